@@ -1,0 +1,21 @@
+include(GoogleTest)
+
+# lumacast_add_test(NAME SOURCES a.cpp b.cpp LIBS x y [NAMESPACE] [TIMEOUT s] [LABELS l])
+# NAMESPACE: the binary re-executes itself inside a private user+mount+network namespace
+# (tests/support/NamespaceMain.cpp), so it may build a fake device without touching the host.
+function(lumacast_add_test name)
+    cmake_parse_arguments(T "NAMESPACE" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
+    add_executable(${name} ${T_SOURCES})
+    target_link_libraries(${name} PRIVATE ${T_LIBS} GTest::gtest GTest::gmock Threads::Threads)
+    if(T_NAMESPACE)
+        target_link_libraries(${name} PRIVATE lumacast_test_nsmain)
+    else()
+        target_link_libraries(${name} PRIVATE lumacast_test_main)
+    endif()
+    if(NOT T_TIMEOUT)
+        set(T_TIMEOUT 300)
+    endif()
+    add_test(NAME ${name} COMMAND ${name})
+    set_tests_properties(${name} PROPERTIES TIMEOUT ${T_TIMEOUT} SKIP_RETURN_CODE 77
+            LABELS "${T_LABELS}")
+endfunction()

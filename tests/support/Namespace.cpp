@@ -1,0 +1,108 @@
+#include "tests/support/Namespace.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <net/if.h>
+#include <sched.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace lumacast::test {
+
+namespace {
+
+bool writeFile(const char* path, const std::string& text) {
+    const int fd = open(path, O_WRONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    const ssize_t n = write(fd, text.data(), text.size());
+    const int saved = errno;
+    close(fd);
+    errno = saved;
+    return n == static_cast<ssize_t>(text.size());
+}
+
+}  // namespace
+
+NamespaceResult enterUserMountNetNamespace(std::string* why) {
+    const uid_t uid = geteuid();
+    const gid_t gid = getegid();
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNS | CLONE_NEWNET) != 0) {
+        if (why) *why = std::string("unshare: ") + strerror(errno);
+        return NamespaceResult::kRefused;
+    }
+    // Same maps as `unshare -r`: ourselves as root.
+    writeFile("/proc/self/setgroups", "deny");
+    if (!writeFile("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1\n") ||
+        !writeFile("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1\n")) {
+        if (why) *why = std::string("id maps: ") + strerror(errno);
+        return NamespaceResult::kRefused;
+    }
+    if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+        if (why) *why = std::string("private mounts: ") + strerror(errno);
+        return NamespaceResult::kRefused;
+    }
+    setenv("LUMACAST_IN_TEST_NAMESPACE", "1", 1);
+    return NamespaceResult::kEntered;
+}
+
+bool inTestNamespace() {
+    const char* v = getenv("LUMACAST_IN_TEST_NAMESPACE");
+    return v != nullptr && strcmp(v, "1") == 0;
+}
+
+int runInFreshNetns(const std::function<bool()>& fn) {
+    fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid < 0) return 2;
+    if (pid == 0) {
+        if (unshare(CLONE_NEWNET) != 0) _exit(2);
+        _exit(fn() ? 0 : 1);
+    }
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (WIFEXITED(status)) return WEXITSTATUS(status);
+    return 3;
+}
+
+bool setInterfaceUp(const char* name) {
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) return false;
+    struct ifreq ifr;
+    memset(&ifr, 0, sizeof(ifr));
+    strncpy(ifr.ifr_name, name, IFNAMSIZ - 1);
+    bool ok = ioctl(fd, SIOCGIFFLAGS, &ifr) == 0;
+    if (ok) {
+        ifr.ifr_flags |= IFF_UP;
+        ok = ioctl(fd, SIOCSIFFLAGS, &ifr) == 0;
+    }
+    const int saved = errno;
+    close(fd);
+    errno = saved;
+    return ok;
+}
+
+int runCommand(const std::string& command) {
+    const int status = system(command.c_str());
+    if (status < 0 || !WIFEXITED(status)) return -1;
+    return WEXITSTATUS(status);
+}
+
+std::string commandOutput(const std::string& command) {
+    std::string out;
+    FILE* p = popen(command.c_str(), "r");
+    if (p == nullptr) return out;
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof(buf), p)) > 0) out.append(buf, n);
+    pclose(p);
+    return out;
+}
+
+}  // namespace lumacast::test

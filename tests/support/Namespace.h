@@ -1,0 +1,35 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace lumacast::test {
+
+enum class NamespaceResult { kEntered, kRefused };
+
+// Moves the calling process into a new user + mount + network namespace, as
+// `unshare -rmn` does: the caller becomes root inside it, mounts stay private, and the
+// only network device is a down loopback. Call it while the process has one thread.
+NamespaceResult enterUserMountNetNamespace(std::string* why);
+
+// True once enterUserMountNetNamespace has succeeded in this process (or an ancestor).
+bool inTestNamespace();
+
+// Runs `fn` in a forked child that first enters a fresh network namespace of its own
+// (needs CAP_NET_ADMIN, which the test namespace gives). Returns the child's exit status:
+// 0 when fn returned true, 1 when it returned false, 2 when the namespace could not be
+// made, 3 on a crash or signal.
+int runInFreshNetns(const std::function<bool()>& fn);
+
+// Brings an interface up (SIOCSIFFLAGS); false with errno set on failure.
+bool setInterfaceUp(const char* name);
+
+// Runs a shell command; returns its exit status (or -1).
+int runCommand(const std::string& command);
+// Runs a command and returns its standard output.
+std::string commandOutput(const std::string& command);
+
+// Exit code of a test program that cannot run here; ctest reports it as skipped.
+constexpr int kSkipExitCode = 77;
+
+}  // namespace lumacast::test

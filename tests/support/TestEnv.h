@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+
+namespace lumacast::test {
+
+// Gives this test program a private property store (LUMACAST_PROPERTY_DIR) and binder
+// directory (LUMACAST_BINDER_DIR) under a fresh temporary directory, removed at exit,
+// and registers a listener that empties the property store before every test.
+// Called by both test mains before anything else runs.
+void setUpTestEnvironment();
+
+// The temporary directory of this test program.
+const std::string& testTempDir();
+
+// Deletes every property of the store.
+void clearProperties();
+
+}  // namespace lumacast::test

@@ -1,0 +1,123 @@
+#include <cutils/properties.h>
+
+#include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+TEST(PropertiesTest, DefaultsAndRoundTrip) {
+    char value[PROPERTY_VALUE_MAX];
+    EXPECT_EQ(1, property_get("sys.kora.usb.status", value, "0"));
+    EXPECT_STREQ("0", value);
+    EXPECT_EQ(0, property_get("sys.kora.usb.status", value, nullptr));
+    EXPECT_STREQ("", value);
+
+    ASSERT_EQ(0, property_set("sys.kora.usb.status", "1"));
+    EXPECT_EQ(1, property_get("sys.kora.usb.status", value, "0"));
+    EXPECT_STREQ("1", value);
+    ASSERT_EQ(0, property_set("sys.kora.usb.status", ""));
+    EXPECT_EQ(0, property_get("sys.kora.usb.status", value, "0"));
+}
+
+TEST(PropertiesTest, ValueLimitsAsOnTheDevice) {
+    char value[PROPERTY_VALUE_MAX];
+    const std::string longest(PROPERTY_VALUE_MAX - 1, 'v');
+    ASSERT_EQ(0, property_set("test.limit", longest.c_str()));
+    EXPECT_EQ(PROPERTY_VALUE_MAX - 1, property_get("test.limit", value, ""));
+    EXPECT_EQ(longest, value);
+
+    const std::string tooLong(PROPERTY_VALUE_MAX, 'w');
+    EXPECT_EQ(-1, property_set("test.limit", tooLong.c_str()));
+    property_get("test.limit", value, "");
+    EXPECT_EQ(longest, value);  // the refused write changed nothing
+
+    // A default longer than the limit is cut, never copied past the buffer.
+    const std::string longDefault(300, 'd');
+    EXPECT_EQ(PROPERTY_VALUE_MAX - 1, property_get("test.unset", value, longDefault.c_str()));
+    EXPECT_EQ(std::string(PROPERTY_VALUE_MAX - 1, 'd'), value);
+}
+
+TEST(PropertiesTest, BadNamesAreRefused) {
+    char value[PROPERTY_VALUE_MAX];
+    for (const char* name : {"", ".a", "a.", "a..b", "../etc", "a/b", "a b", "a\nb"}) {
+        EXPECT_EQ(-1, property_set(name, "1")) << name;
+        EXPECT_EQ(1, property_get(name, value, "d")) << name;
+    }
+    EXPECT_EQ(-1, property_set(nullptr, "1"));
+}
+
+TEST(PropertiesTest, ReadOnlyPropertiesAreSetOnce) {
+    char value[PROPERTY_VALUE_MAX];
+    ASSERT_EQ(0, property_set("ro.lumacast.test", "first"));
+    EXPECT_EQ(-1, property_set("ro.lumacast.test", "second"));
+    property_get("ro.lumacast.test", value, "");
+    EXPECT_STREQ("first", value);
+}
+
+TEST(PropertiesTest, TypedGetters) {
+    property_set("test.bool", "true");
+    property_set("test.int", "-17");
+    property_set("test.junk", "12abc");
+    EXPECT_EQ(1, property_get_bool("test.bool", 0));
+    EXPECT_EQ(-17, property_get_int32("test.int", 5));
+    EXPECT_EQ(5, property_get_int32("test.junk", 5));
+    EXPECT_EQ(9, property_get_int64("test.unset", 9));
+}
+
+// Another process of the same simulated device sees what this one wrote, and the
+// reverse.
+TEST(PropertiesTest, SharedAcrossProcesses) {
+    ASSERT_EQ(0, property_set("kora.camera.subscribe_status", "true"));
+    const pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+        char value[PROPERTY_VALUE_MAX];
+        property_get("kora.camera.subscribe_status", value, "");
+        if (strcmp(value, "true") != 0) _exit(1);
+        _exit(property_set("persist.sys.kora.camera.status", "1") == 0 ? 0 : 2);
+    }
+    int status = 0;
+    ASSERT_EQ(pid, waitpid(pid, &status, 0));
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(0, WEXITSTATUS(status));
+    char value[PROPERTY_VALUE_MAX];
+    property_get("persist.sys.kora.camera.status", value, "0");
+    EXPECT_STREQ("1", value);
+}
+
+// Writers in several processes hammer one key while a reader checks that every value it
+// sees is one that was written whole.
+TEST(PropertiesTest, ConcurrentWritersNeverTearAValue) {
+    const std::string a(80, 'a');
+    const std::string b(40, 'b');
+    ASSERT_EQ(0, property_set("test.race", a.c_str()));
+    std::vector<pid_t> writers;
+    for (int w = 0; w < 3; ++w) {
+        const pid_t pid = fork();
+        ASSERT_GE(pid, 0);
+        if (pid == 0) {
+            for (int i = 0; i < 400; ++i) {
+                if (property_set("test.race", ((i + w) % 2 ? a : b).c_str()) != 0) _exit(1);
+            }
+            _exit(0);
+        }
+        writers.push_back(pid);
+    }
+    int bad = 0;
+    for (int i = 0; i < 2000; ++i) {
+        char value[PROPERTY_VALUE_MAX];
+        property_get("test.race", value, "");
+        if (a != value && b != value) ++bad;
+    }
+    for (pid_t pid : writers) {
+        int status = 0;
+        waitpid(pid, &status, 0);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    }
+    EXPECT_EQ(0, bad);
+}

@@ -1,0 +1,154 @@
+#include "util/TimerUtil.h"
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <lumacast/host/LogCapture.h>
+
+#include "service/ILumacastClient.h"
+
+using android::lumacast::ILumacastClient;
+using android::lumacast::TimerUtil;
+using lumacast::host::LogCapture;
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+class TickCounter : public ILumacastClient {
+public:
+    void processCameraAdd() override {}
+    void processCameraRemove() override {}
+    int checkAlive() override {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mTicks.push_back(Clock::now());
+        return 1;
+    }
+    int processResult(unsigned char*, int) override { return 0; }
+    int processAiJson(unsigned char*, int) override { return 0; }
+    int processAiProtobuf(unsigned char*, int) override { return 0; }
+    int processFrame(int, int, unsigned char*, int) override { return 0; }
+    int getCallbackSize() override { return 0; }
+
+    std::vector<Clock::time_point> ticks() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mTicks;
+    }
+
+private:
+    std::mutex mMutex;
+    std::vector<Clock::time_point> mTicks;
+};
+
+bool waitTicks(TickCounter& c, size_t n, std::chrono::milliseconds limit) {
+    const auto end = Clock::now() + limit;
+    while (c.ticks().size() < n) {
+        if (Clock::now() > end) return false;
+        std::this_thread::sleep_for(1ms);
+    }
+    return true;
+}
+
+}  // namespace
+
+TEST(TimerUtilTest, RefusedConstruction) {
+    LogCapture log;
+    TickCounter client;
+    {
+        TimerUtil noClient("SocketTimer", nullptr);
+        TimerUtil noName("", &client);
+        noClient.start(100);
+        noName.start(100);
+    }
+    EXPECT_TRUE(log.contains("TimerUtil nullptr == lumacastClient err", ANDROID_LOG_ERROR));
+    EXPECT_TRUE(log.contains("TimerUtil nullptr == timerName err", ANDROID_LOG_ERROR));
+    EXPECT_EQ(0u, log.countContaining("~TimerUtil"));
+    EXPECT_TRUE(client.ticks().empty());
+}
+
+TEST(TimerUtilTest, NonPositiveIntervalLeavesTimerUnarmed) {
+    LogCapture log;
+    TickCounter client;
+    {
+        TimerUtil timer("SocketTimer", &client);
+        timer.start(0);
+        timer.start(-1);
+        std::this_thread::sleep_for(50ms);
+        EXPECT_FALSE(timer.isStarted());
+    }
+    EXPECT_TRUE(log.contains("TimerUtil::start SocketTimer milliSecondInterval:0 <= 0"));
+    EXPECT_TRUE(log.contains("TimerUtil::start SocketTimer milliSecondInterval:-1 <= 0"));
+    EXPECT_TRUE(client.ticks().empty());
+}
+
+TEST(TimerUtilTest, TicksAtTheIntervalAndKeepsTheFirstOne) {
+    LogCapture log;
+    TickCounter client;
+    const auto start = Clock::now();
+    {
+        TimerUtil timer("SocketTimer", &client);
+        timer.start(100);
+        timer.start(10);  // ignored: the first interval holds
+        ASSERT_TRUE(waitTicks(client, 3, 10s));
+    }
+    EXPECT_TRUE(log.contains("TimerUtil::start SocketTimer mIsStarted:1"));
+    const auto ticks = client.ticks();
+    EXPECT_GE(ticks[0] - start, 95ms);
+    for (size_t i = 1; i < 3; ++i) EXPECT_GE(ticks[i] - ticks[i - 1], 95ms);
+}
+
+TEST(TimerUtilTest, DestroyingUnarmedTimerEndsAtOnceWithoutTick) {
+    LogCapture log;
+    TickCounter client;
+    const auto start = Clock::now();
+    { TimerUtil timer("SocketTimer", &client); }
+    EXPECT_LT(Clock::now() - start, 1s);
+    EXPECT_TRUE(client.ticks().empty());
+    const long loopEnd = log.indexOf("TimerUtil::onProcess mTimeInterval is 0");
+    const long joined = log.indexOf("~TimerUtil SocketTimer exitRet:0");
+    ASSERT_GE(loopEnd, 0);
+    ASSERT_GT(joined, loopEnd);
+}
+
+TEST(TimerUtilTest, DestroyingArmedTimerEndsWithinOneInterval) {
+    LogCapture log;
+    TickCounter client;
+    auto timer = std::make_unique<TimerUtil>("SocketTimer", &client);
+    timer->start(2000);
+    std::this_thread::sleep_for(20ms);
+    const auto start = Clock::now();
+    timer.reset();
+    EXPECT_LT(Clock::now() - start, 2500ms);
+    EXPECT_TRUE(log.contains("~TimerUtil SocketTimer exitRet:0"));
+    EXPECT_TRUE(client.ticks().empty());
+}
+
+// Arming right after construction races the thread's first wait; the arming must never
+// be lost, and a destruction right after construction must never hang.
+TEST(TimerUtilTest, ArmingAndStoppingAreNeverLost) {
+    for (int i = 0; i < 100; ++i) {
+        TickCounter client;
+        {
+            TimerUtil timer("SocketTimer", &client);
+            timer.start(1);
+            ASSERT_TRUE(waitTicks(client, 1, 5s)) << "round " << i;
+        }
+        { TimerUtil timer("SocketTimer", &client); }
+    }
+}
+
+TEST(TimerUtilTest, ConcurrentStartsArmOnce) {
+    TickCounter client;
+    TimerUtil timer("SocketTimer", &client);
+    std::vector<std::thread> callers;
+    for (int i = 0; i < 8; ++i) callers.emplace_back([&, i] { timer.start(i == 0 ? 30 : 1 + i); });
+    for (auto& t : callers) t.join();
+    ASSERT_TRUE(waitTicks(client, 2, 5s));
+    EXPECT_TRUE(timer.isStarted());
+}
