@@ -15,6 +15,11 @@ function(lumacast_add_test name)
     if(NOT T_TIMEOUT)
         set(T_TIMEOUT 300)
     endif()
+    if(T_NAMESPACE AND LUMACAST_NAMESPACE_EMULATOR)
+        # Under an emulator the namespace has to be made outside it (see the toolchain).
+        set_target_properties(${name} PROPERTIES CROSSCOMPILING_EMULATOR
+                "${LUMACAST_NAMESPACE_EMULATOR}")
+    endif()
     add_test(NAME ${name} COMMAND ${name})
     set_tests_properties(${name} PROPERTIES TIMEOUT ${T_TIMEOUT} SKIP_RETURN_CODE 77
             LABELS "${T_LABELS}")
