@@ -4,6 +4,7 @@
 // 512-byte interface list of 16 records, and a flags word that overlays the address family.
 
 #include <arpa/inet.h>
+#include <gtest/gtest.h>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <stddef.h>
@@ -14,8 +15,6 @@
 
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 namespace {
 

@@ -20,8 +20,7 @@ void __system_property_read_callback(const prop_info* pi,
                                      void (*callback)(void* cookie, const char* name,
                                                       const char* value, uint32_t serial),
                                      void* cookie);
-int __system_property_foreach(void (*callback)(const prop_info* pi, void* cookie),
-                              void* cookie);
+int __system_property_foreach(void (*callback)(const prop_info* pi, void* cookie), void* cookie);
 int __system_property_get(const char* name, char* value);
 
 #ifdef __cplusplus
