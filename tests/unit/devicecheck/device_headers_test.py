@@ -113,6 +113,8 @@ public:
         : android::BpInterface<ISample>(impl) {}
     android::binder::Status ping(int32_t* out) override {
         android::Parcel data, reply;
+        // Android 12 API that Debian's Android 10 headers lack.
+        data.markForBinder(remoteStrong());
         data.writeInterfaceToken(ISample::getInterfaceDescriptor());
         android::status_t err =
                 remote()->transact(android::IBinder::FIRST_CALL_TRANSACTION, data, &reply);
