@@ -387,7 +387,7 @@ TEST_F(HostileWireTest, ProtocolViolationsEndTheSessionAndLeakNothing) {
         }
     }
     // Every session the server made for them is gone again.
-    EXPECT_TRUE(waitUntil([&] { return openFdCount() == baseline; }))
+    EXPECT_TRUE(waitUntil([&] { return openFdCount() <= baseline; }))
             << openFdCount() << " open, " << baseline << " before";
     RawPeer good(mSocketPath);
     const uint64_t address = lookUp(good);
