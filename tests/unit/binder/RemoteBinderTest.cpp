@@ -381,7 +381,9 @@ TEST(RemoteServiceTest, ServiceKeepsNoReferenceOfADeadClient) {
         return held.readInt32() == 1;
     }));
     // The client holds the service, the service holds the client's object.
-    EXPECT_EQ(service->getStrongCount(), baseline + 1);
+    // The call that brought it may still be finishing on a pool thread.
+    EXPECT_TRUE(waitUntil([&] { return service->getStrongCount() == baseline + 1; }))
+            << service->getStrongCount();
     client.kill(SIGKILL);
     client.wait();
     EXPECT_TRUE(waitUntil([&] { return service->getStrongCount() == baseline; }));
