@@ -255,27 +255,6 @@ TEST(LumacastDispatchTest, LocalInterfaceOnlyForTheExactDescriptor) {
     EXPECT_EQ(IInterface::asBinder(fake).get(), static_cast<IBinder*>(fake.get()));
 }
 
-TEST(LumacastDispatchTest, ConcurrentCallsDoNotDisturbEachOther) {
-    sp<FakeLumacast> fake = new FakeLumacast();
-    std::vector<std::thread> threads;
-    std::atomic<int> wrong{0};
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&, t] {
-            for (int i = 0; i < 200; ++i) {
-                Parcel reply;
-                const std::string param = std::to_string(t * 1000 + i);
-                if (call(fake, 9, ILumacast::descriptor, stringValue(param), &reply) != OK ||
-                    bytesOf(reply) != okReply(stringValue("value of " + param))) {
-                    wrong++;
-                }
-            }
-        });
-    }
-    for (auto& t : threads) t.join();
-    EXPECT_EQ(wrong.load(), 0);
-    EXPECT_EQ(fake->calls().size(), 800u);
-}
-
 TEST(MotorDispatchTest, EveryCodeReadsItsArgumentsAndWritesItsResult) {
     sp<FakeKCameraMotor> fake = new FakeKCameraMotor();
     const Row rows[] = {

@@ -3,6 +3,7 @@
 // Test doubles behind the hand-written stubs: every operation records its call and
 // answers with a value derived from its arguments, so a test on either side of a binder
 // can tell that each argument and each result made it through.
+#include <algorithm>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -18,157 +19,133 @@ using ::android::sp;
 using ::android::binder::Status;
 using kora::lumacast::ILumacastCallback;
 
-class FakeLumacast : public kora::lumacast::BnLumacast {
+// Call log and a status to return once instead of ok.
+class Recorder {
   public:
     std::vector<std::string> calls() {
         std::lock_guard<std::mutex> lock(mLock);
         return mCalls;
     }
-    size_t listenerCount() {
-        std::lock_guard<std::mutex> lock(mLock);
-        return mListeners.size();
-    }
-    // The next operation returns this instead of ok.
     void failNext(const Status& status) {
         std::lock_guard<std::mutex> lock(mLock);
         mForced = status;
     }
 
-    Status setCallback(const sp<ILumacastCallback>& callback, bool* result) override {
+  protected:
+    // Runs body under the lock after logging the call.
+    template <typename F>
+    Status op(const std::string& call, F body) {
         std::lock_guard<std::mutex> lock(mLock);
-        record("setCallback");
-        mListeners.push_back(callback);
-        *result = true;
-        return take();
-    }
-    Status removeCallback(const sp<ILumacastCallback>& callback, bool* result) override {
-        std::lock_guard<std::mutex> lock(mLock);
-        record("removeCallback");
-        *result = false;
-        for (auto it = mListeners.begin(); it != mListeners.end(); ++it) {
-            if (::android::IInterface::asBinder(*it) == ::android::IInterface::asBinder(callback)) {
-                mListeners.erase(it);
-                *result = true;
-                break;
-            }
-        }
-        return take();
-    }
-    Status setZoomSwitch(bool on, bool* result) override {
-        std::lock_guard<std::mutex> lock(mLock);
-        record("setZoomSwitch(" + std::to_string(on) + ")");
-        mZoom = on;
-        *result = on;
-        return take();
-    }
-    Status getZoomSwitch(bool* on) override {
-        std::lock_guard<std::mutex> lock(mLock);
-        record("getZoomSwitch");
-        *on = mZoom;
-        return take();
-    }
-    Status getAiAlgoList(int32_t* list) override {
-        std::lock_guard<std::mutex> lock(mLock);
-        record("getAiAlgoList");
-        *list = 0x12345678;
-        return take();
-    }
-    Status setAiSubscribeType(int32_t type, bool* result) override {
-        std::lock_guard<std::mutex> lock(mLock);
-        record("setAiSubscribeType(" + std::to_string(type) + ")");
-        if (type < 0) return Status::fromServiceSpecificError(type, "negative type");
-        mType = type;
-        *result = type % 2 == 1;
-        return take();
-    }
-    Status getAiSubscribeStatus(int32_t* status) override {
-        std::lock_guard<std::mutex> lock(mLock);
-        record("getAiSubscribeStatus");
-        *status = mType;
-        return take();
-    }
-    Status setAiProperty(const std::string& param, bool* result) override {
-        std::lock_guard<std::mutex> lock(mLock);
-        record("setAiProperty(" + param + ")");
-        *result = param == "\xc3\xbc\xe2\x82\xac\xf0\x9d\x84\x9e";
-        return take();
-    }
-    Status getAiProperty(const std::string& param, std::string* value) override {
-        std::lock_guard<std::mutex> lock(mLock);
-        record("getAiProperty(" + param + ")");
-        *value = param == "callbacks" ? mCallbackResults : "value of " + param;
-        return take();
-    }
-    Status setAiSubscribe(int32_t param, const std::string& option, bool* result) override {
-        std::lock_guard<std::mutex> lock(mLock);
-        record("setAiSubscribe(" + std::to_string(param) + "," + option + ")");
-        mSubscribe = std::to_string(param) + "/" + option;
-        *result = true;
-        return take();
-    }
-    Status getAiSubscribe(std::string* value) override {
-        std::lock_guard<std::mutex> lock(mLock);
-        record("getAiSubscribe");
-        *value = mSubscribe;
-        return take();
-    }
-    // Calls every listener from a thread of its own, as the camera's read thread does.
-    Status grabFrame(int32_t format, const std::string& resolution, bool* result) override {
-        std::vector<sp<ILumacastCallback>> listeners;
-        {
-            std::lock_guard<std::mutex> lock(mLock);
-            record("grabFrame(" + std::to_string(format) + "," + resolution + ")");
-            listeners = mListeners;
-        }
-        bool ok = true;
-        std::thread([&] { ok = fire(listeners, format, resolution); }).join();
-        *result = ok && format == 3 && resolution == "1920x1080";
-        return Status::ok();
-    }
-    // Calls every listener on the binder thread, nested in this call.
-    Status sendDoa(const std::string& data, bool* result) override {
-        std::vector<sp<ILumacastCallback>> listeners;
-        {
-            std::lock_guard<std::mutex> lock(mLock);
-            record("sendDoa(" + data + ")");
-            listeners = mListeners;
-        }
-        *result = fire(listeners, static_cast<int32_t>(data.size()), data);
-        return Status::ok();
-    }
-    Status setAutoFraming(int32_t param, bool* result) override {
-        std::lock_guard<std::mutex> lock(mLock);
-        record("setAutoFraming(" + std::to_string(param) + ")");
-        mAuto = param;
-        *result = param > 0;
-        return take();
-    }
-    Status getAutoFraming(bool* on) override {
-        std::lock_guard<std::mutex> lock(mLock);
-        record("getAutoFraming");
-        *on = mAuto > 0;
-        return take();
-    }
-    Status setZoomMode(int32_t param, int32_t mode, bool* result) override {
-        std::lock_guard<std::mutex> lock(mLock);
-        record("setZoomMode(" + std::to_string(param) + "," + std::to_string(mode) + ")");
-        mZoomMode = std::to_string(param) + "," + std::to_string(mode);
-        *result = true;
-        return take();
-    }
-    Status getZoomMode(std::string* value) override {
-        std::lock_guard<std::mutex> lock(mLock);
-        record("getZoomMode");
-        *value = mZoomMode;
-        return take();
-    }
-
-  private:
-    void record(const std::string& call) { mCalls.push_back(call); }
-    Status take() {
+        mCalls.push_back(call);
+        body();
         Status s = mForced.value_or(Status::ok());
         mForced.reset();
         return s;
+    }
+    std::mutex mLock;
+
+  private:
+    std::vector<std::string> mCalls;
+    std::optional<Status> mForced;
+};
+
+inline std::string str(int32_t v) { return std::to_string(v); }
+
+class FakeLumacast : public kora::lumacast::BnLumacast, public Recorder {
+  public:
+    size_t listenerCount() {
+        std::lock_guard<std::mutex> lock(mLock);
+        return mListeners.size();
+    }
+
+    Status setCallback(const sp<ILumacastCallback>& cb, bool* r) override {
+        return op("setCallback", [&] {
+            mListeners.push_back(cb);
+            *r = true;
+        });
+    }
+    Status removeCallback(const sp<ILumacastCallback>& cb, bool* r) override {
+        return op("removeCallback", [&] {
+            auto it = std::find_if(mListeners.begin(), mListeners.end(),
+                                   [&](const auto& l) { return asBinder(l) == asBinder(cb); });
+            *r = it != mListeners.end();
+            if (*r) mListeners.erase(it);
+        });
+    }
+    Status setZoomSwitch(bool on, bool* r) override {
+        return op("setZoomSwitch(" + str(on) + ")", [&] { mZoom = *r = on; });
+    }
+    Status getZoomSwitch(bool* on) override {
+        return op("getZoomSwitch", [&] { *on = mZoom; });
+    }
+    Status getAiAlgoList(int32_t* l) override {
+        return op("getAiAlgoList", [&] { *l = 0x12345678; });
+    }
+    Status setAiSubscribeType(int32_t type, bool* r) override {
+        if (type < 0) return Status::fromServiceSpecificError(type, "negative type");
+        return op("setAiSubscribeType(" + str(type) + ")", [&] {
+            mType = type;
+            *r = type % 2 == 1;
+        });
+    }
+    Status getAiSubscribeStatus(int32_t* s) override {
+        return op("getAiSubscribeStatus", [&] { *s = mType; });
+    }
+    Status setAiProperty(const std::string& p, bool* r) override {
+        return op("setAiProperty(" + p + ")",
+                  [&] { *r = p == "\xc3\xbc\xe2\x82\xac\xf0\x9d\x84\x9e"; });
+    }
+    Status getAiProperty(const std::string& p, std::string* v) override {
+        return op("getAiProperty(" + p + ")",
+                  [&] { *v = p == "callbacks" ? mCallbackResults : "value of " + p; });
+    }
+    Status setAiSubscribe(int32_t p, const std::string& o, bool* r) override {
+        return op("setAiSubscribe(" + str(p) + "," + o + ")", [&] {
+            mSubscribe = str(p) + "/" + o;
+            *r = true;
+        });
+    }
+    Status getAiSubscribe(std::string* v) override {
+        return op("getAiSubscribe", [&] { *v = mSubscribe; });
+    }
+    // Calls every listener from a thread of its own, as the camera's read thread does.
+    Status grabFrame(int32_t format, const std::string& res, bool* r) override {
+        bool ok = true;
+        std::thread([&] {
+            ok = fire(listeners("grabFrame(" + str(format) + "," + res + ")"), format, res);
+        }).join();
+        *r = ok && format == 3 && res == "1920x1080";
+        return Status::ok();
+    }
+    // Calls every listener on the binder thread, nested in this call.
+    Status sendDoa(const std::string& data, bool* r) override {
+        *r = fire(listeners("sendDoa(" + data + ")"), static_cast<int32_t>(data.size()), data);
+        return Status::ok();
+    }
+    Status setAutoFraming(int32_t p, bool* r) override {
+        return op("setAutoFraming(" + str(p) + ")", [&] {
+            mAuto = p;
+            *r = p > 0;
+        });
+    }
+    Status getAutoFraming(bool* on) override {
+        return op("getAutoFraming", [&] { *on = mAuto > 0; });
+    }
+    Status setZoomMode(int32_t p, int32_t m, bool* r) override {
+        return op("setZoomMode(" + str(p) + "," + str(m) + ")", [&] {
+            mZoomMode = str(p) + "," + str(m);
+            *r = true;
+        });
+    }
+    Status getZoomMode(std::string* v) override {
+        return op("getZoomMode", [&] { *v = mZoomMode; });
+    }
+
+  private:
+    std::vector<sp<ILumacastCallback>> listeners(const std::string& call) {
+        std::vector<sp<ILumacastCallback>> copy;
+        op(call, [&] { copy = mListeners; });
+        return copy;
     }
     // onAiData(text), onProtoBuf(bytes 0..n-1), onFrame(n, 7, text bytes) on each listener;
     // remembers each call's transport result.
@@ -176,13 +153,12 @@ class FakeLumacast : public kora::lumacast::BnLumacast {
               const std::string& text) {
         std::vector<uint8_t> bytes;
         for (int32_t i = 0; i < n; ++i) bytes.push_back(static_cast<uint8_t>(i));
-        const std::vector<uint8_t> textBytes(text.begin(), text.end());
         std::string results;
         bool ok = true;
         for (const sp<ILumacastCallback>& l : listeners) {
-            for (const Status& s :
-                 {l->onAiData(text), l->onProtoBuf(bytes), l->onFrame(n, 7, textBytes)}) {
-                results += (results.empty() ? "" : ",") + std::to_string(s.transactionError());
+            for (const Status& s : {l->onAiData(text), l->onProtoBuf(bytes),
+                                    l->onFrame(n, 7, {text.begin(), text.end()})}) {
+                results += (results.empty() ? "" : ",") + str(s.transactionError());
                 ok &= s.isOk();
             }
         }
@@ -191,10 +167,7 @@ class FakeLumacast : public kora::lumacast::BnLumacast {
         return ok;
     }
 
-    std::mutex mLock;
-    std::vector<std::string> mCalls;
     std::vector<sp<ILumacastCallback>> mListeners;
-    std::optional<Status> mForced;
     bool mZoom = false;
     int32_t mType = 0;
     int32_t mAuto = 0;
@@ -203,82 +176,43 @@ class FakeLumacast : public kora::lumacast::BnLumacast {
     std::string mCallbackResults;
 };
 
-class FakeKCameraMotor : public kora::lumacast::BnKCameraMotor {
+class FakeKCameraMotor : public kora::lumacast::BnKCameraMotor, public Recorder {
   public:
-    std::vector<std::string> calls() {
-        std::lock_guard<std::mutex> lock(mLock);
-        return mCalls;
+    Status set_client_type(const std::string& t) override {
+        return op("set_client_type(" + t + ")", [&] { mType = t; });
     }
-    void failNext(const Status& status) {
-        std::lock_guard<std::mutex> lock(mLock);
-        mForced = status;
+    Status motor_down(int32_t* r) override {
+        return op("motor_down", [&] { *r = -7; });
     }
-
-    Status set_client_type(const std::string& type) override {
-        std::lock_guard<std::mutex> lock(mLock);
-        mCalls.push_back("set_client_type(" + type + ")");
-        mType = type;
-        return take();
+    Status motor_up(int32_t* r) override {
+        return op("motor_up", [&] { *r = 256; });
     }
-    Status motor_down(int32_t* result) override { return value("motor_down", -7, result); }
-    Status motor_up(int32_t* result) override { return value("motor_up", 256, result); }
-    Status get_motor_status(int32_t* status) override {
-        return value("get_motor_status", 4096, status);
+    Status get_motor_status(int32_t* s) override {
+        return op("get_motor_status", [&] { *s = 4096; });
     }
-    Status get_rise_time(int32_t* time) override { return value("get_rise_time", 1500, time); }
+    Status get_rise_time(int32_t* t) override {
+        return op("get_rise_time", [&] { *t = 1500; });
+    }
     Status get_switch_status(bool* on) override {
-        std::lock_guard<std::mutex> lock(mLock);
-        mCalls.push_back("get_switch_status");
-        *on = mType == "birch";
-        return take();
+        return op("get_switch_status", [&] { *on = mType == "birch"; });
     }
-    Status is_support_motor(bool* supported) override {
-        std::lock_guard<std::mutex> lock(mLock);
-        mCalls.push_back("is_support_motor");
-        *supported = !mType.empty();
-        return take();
+    Status is_support_motor(bool* s) override {
+        return op("is_support_motor", [&] { *s = !mType.empty(); });
     }
-    Status set_status(bool status) override {
-        std::lock_guard<std::mutex> lock(mLock);
-        mCalls.push_back("set_status(" + std::to_string(status) + ")");
-        mStatus = status;
-        return take();
+    Status set_status(bool s) override {
+        return op("set_status(" + str(s) + ")", [&] { mStatus = s; });
     }
-    Status get_status(bool* status) override {
-        std::lock_guard<std::mutex> lock(mLock);
-        mCalls.push_back("get_status");
-        *status = mStatus;
-        return take();
+    Status get_status(bool* s) override {
+        return op("get_status", [&] { *s = mStatus; });
     }
-    Status get_mcu_version(std::string* version) override {
-        std::lock_guard<std::mutex> lock(mLock);
-        mCalls.push_back("get_mcu_version");
-        *version = mType.empty() ? "" : "v1.2-" + mType;
-        return take();
+    Status get_mcu_version(std::string* v) override {
+        return op("get_mcu_version", [&] { *v = mType.empty() ? "" : "v1.2-" + mType; });
     }
-    Status mcu_upgrade(const std::string& path, int32_t* result) override {
-        std::lock_guard<std::mutex> lock(mLock);
-        mCalls.push_back("mcu_upgrade(" + path + ")");
-        *result = static_cast<int32_t>(path.size());
-        return take();
+    Status mcu_upgrade(const std::string& path, int32_t* r) override {
+        return op("mcu_upgrade(" + path + ")", [&] { *r = static_cast<int32_t>(path.size()); });
     }
 
   private:
-    Status value(const char* name, int32_t v, int32_t* out) {
-        std::lock_guard<std::mutex> lock(mLock);
-        mCalls.push_back(name);
-        *out = v;
-        return take();
-    }
-    Status take() {
-        Status s = mForced.value_or(Status::ok());
-        mForced.reset();
-        return s;
-    }
-
-    std::mutex mLock;
-    std::vector<std::string> mCalls;
-    std::optional<Status> mForced;
     std::string mType;
     bool mStatus = false;
 };

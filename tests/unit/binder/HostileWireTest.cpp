@@ -220,27 +220,6 @@ class HostileWireTest : public ::testing::Test {
     sp<lt::PeerService> mService;
 };
 
-TEST_F(HostileWireTest, WellFormedMessagesGetTheExpectedAnswers) {
-    RawPeer peer(mSocketPath);
-    ASSERT_TRUE(peer.connected);
-    const uint64_t address = lookUp(peer);
-    ASSERT_NE(address, 0u);
-    EXPECT_EQ(addOne(peer, address, 5, 2), 6);
-
-    // Errors of the object come back as the reply's status with no data.
-    ASSERT_TRUE(peer.transact(3, address, lt::kAddOne, Bytes{}));
-    Message m;
-    ASSERT_TRUE(peer.next(&m));
-    EXPECT_EQ(replyOf(m).status, NOT_ENOUGH_DATA);
-    EXPECT_EQ(m.body.size(), sizeof(ReplyBody));
-
-    // An unknown name in the directory is a null binder, not an error.
-    ASSERT_TRUE(peer.transact(4, 0, kGetServiceTransaction, string16Parcel(u"no.such")));
-    ASSERT_TRUE(peer.next(&m));
-    EXPECT_EQ(replyOf(m).status, OK);
-    EXPECT_EQ(replyOf(m).objectCount, 0u);
-}
-
 TEST_F(HostileWireTest, BadReferencesAreRefusedAndTheSessionGoesOn) {
     RawPeer peer(mSocketPath);
     const uint64_t address = lookUp(peer);

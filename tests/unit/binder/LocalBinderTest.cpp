@@ -115,19 +115,4 @@ TEST(ServiceManagerTest, ListingFiltersByDumpPriority) {
     EXPECT_FALSE(has(IServiceManager::DUMP_FLAG_PRIORITY_DEFAULT, "prio.critical"));
 }
 
-TEST(ServiceManagerTest, RegisteredServicesStayAliveWithoutOtherReferences) {
-    struct Flagged : BBinder {
-        explicit Flagged(bool* d) : destroyed(d) {}
-        ~Flagged() override { *destroyed = true; }
-        bool* destroyed;
-    };
-    bool destroyed = false;
-    ASSERT_EQ(defaultServiceManager()->addService(String16("kept.alive"), new Flagged(&destroyed)),
-              OK);
-    EXPECT_FALSE(destroyed);
-    sp<IBinder> found = defaultServiceManager()->checkService(String16("kept.alive"));
-    ASSERT_NE(found, nullptr);
-    EXPECT_EQ(found->pingBinder(), OK);
-}
-
 }  // namespace

@@ -350,23 +350,6 @@ TEST_F(RemoteBinderTest, ObjectIsReleasedWhenThePeerDropsIt) {
     EXPECT_TRUE(waitUntil([&] { return destroyed->load(); }));
 }
 
-TEST_F(RemoteBinderTest, ObjectIsReleasedWhenThePeerDies) {
-    auto destroyed = std::make_shared<std::atomic<bool>>(false);
-    {
-        sp<TestCallback> cb = new TestCallback(destroyed);
-        Parcel reply;
-        ASSERT_EQ(call(
-                          mService, lt::kHoldCallback,
-                          [&](Parcel& p) { p.writeStrongBinder(sp<IBinder>(cb)); }, &reply),
-                  OK);
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    EXPECT_FALSE(destroyed->load());
-    mPeer->kill(SIGKILL);
-    mPeer->wait();
-    EXPECT_TRUE(waitUntil([&] { return destroyed->load(); }));
-}
-
 TEST(RemoteServiceTest, ServiceKeepsNoReferenceOfADeadClient) {
     ProcessState::self()->startThreadPool();
     const std::string name = uniqueName();
