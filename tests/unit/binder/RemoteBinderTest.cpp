@@ -254,6 +254,21 @@ TEST_F(RemoteBinderTest, ManyThreadsCallAndGetCalledBackAtOnce) {
     EXPECT_EQ(held->values().size(), static_cast<size_t>(kThreads * (kRounds / 10) * 3));
 }
 
+TEST_F(RemoteBinderTest, OneWayCallsReturnAtOnceAndAreAllServed) {
+    sp<TestCallback> cb = new TestCallback();
+    for (int i = 0; i < 3; ++i) {
+        Parcel data;
+        Parcel reply;
+        data.writeStrongBinder(sp<IBinder>(cb));
+        ASSERT_EQ(mService->transact(lt::kHoldCallback, data, &reply, IBinder::FLAG_ONEWAY), OK);
+        EXPECT_EQ(reply.dataSize(), 0u);
+    }
+    EXPECT_TRUE(waitUntil([&] {
+        Parcel reply;
+        return call(mService, lt::kHeldCount, nullptr, &reply) == OK && reply.readInt32() == 3;
+    }));
+}
+
 TEST_F(RemoteBinderTest, DumpHandsTheDescriptorToThePeer) {
     int fds[2];
     ASSERT_EQ(pipe2(fds, O_CLOEXEC), 0);
