@@ -28,7 +28,7 @@ Status BpLumacastCallback::call(uint32_t code, Parcel& request, status_t writeSt
 
 Status BpLumacastCallback::onAiData(const std::string& data) {
     Parcel request;
-    request.markForBinder(remoteStrong());
+    request.markForBinder(::android::sp<::android::IBinder>(remote()));
     status_t err = request.writeInterfaceToken(ILumacastCallback::descriptor);
     if (err == OK) err = request.writeUtf8AsUtf16(data);
     return call(TRANSACTION_onAiData, request, err);
@@ -36,7 +36,7 @@ Status BpLumacastCallback::onAiData(const std::string& data) {
 
 Status BpLumacastCallback::onProtoBuf(const std::vector<uint8_t>& data) {
     Parcel request;
-    request.markForBinder(remoteStrong());
+    request.markForBinder(::android::sp<::android::IBinder>(remote()));
     status_t err = request.writeInterfaceToken(ILumacastCallback::descriptor);
     if (err == OK) err = request.writeByteVector(data);
     return call(TRANSACTION_onProtoBuf, request, err);
@@ -45,7 +45,7 @@ Status BpLumacastCallback::onProtoBuf(const std::vector<uint8_t>& data) {
 Status BpLumacastCallback::onFrame(int32_t blockCount, int32_t blockParam,
                                    const std::vector<uint8_t>& data) {
     Parcel request;
-    request.markForBinder(remoteStrong());
+    request.markForBinder(::android::sp<::android::IBinder>(remote()));
     status_t err = request.writeInterfaceToken(ILumacastCallback::descriptor);
     if (err == OK) err = request.writeInt32(blockCount);
     if (err == OK) err = request.writeInt32(blockParam);

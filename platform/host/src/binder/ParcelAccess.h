@@ -24,6 +24,21 @@ class ParcelAccess {
     }
     static uint8_t* mutableData(Parcel* p) { return p->mData; }
 
+    // Hands src's contents over to dst, which loses its own.
+    static void moveInto(Parcel* dst, Parcel* src) {
+        dst->freeData();
+        dst->mData = src->mData;
+        dst->mDataSize = src->mDataSize;
+        dst->mDataCapacity = src->mDataCapacity;
+        dst->mDataPos = src->mDataPos;
+        dst->mError = src->mError;
+        dst->mObjects.swap(src->mObjects);
+        src->mData = nullptr;
+        src->mDataSize = 0;
+        src->mDataCapacity = 0;
+        src->mDataPos = 0;
+    }
+
     // Objects must be added in increasing offset order after setData.
     static void addBinder(Parcel* p, size_t offset, const sp<IBinder>& binder) {
         p->mObjects.push_back({offset, Parcel::ObjectKind::Binder, binder, -1, false});

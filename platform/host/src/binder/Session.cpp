@@ -366,11 +366,9 @@ status_t Session::waitForReply(uint64_t callId, PendingCall* call, Parcel* reply
 status_t Session::parseReply(Incoming&& message, Parcel* reply) {
     const ReplyBody body = loadBody<ReplyBody>(message);
     if (body.status != OK) return body.status;
-    const uint8_t* const data = message.body.data() + sizeof(ReplyBody);
-    const uint8_t* const offsets = data + body.dataSize;
-    Parcel discarded;
-    Parcel* const target = reply != nullptr ? reply : &discarded;
-    return unflattenReceived(data, body.dataSize, offsets, body.objectCount, &message.fds, target);
+    if (message.error != OK) return message.error;
+    if (reply != nullptr) ParcelAccess::moveInto(reply, message.parcel.get());
+    return OK;
 }
 
 status_t Session::getService(const String16& name, sp<IBinder>* out) {
@@ -387,30 +385,9 @@ status_t Session::getService(const String16& name, sp<IBinder>* out) {
 
 void Session::execute(Incoming&& message) {
     const TransactBody body = loadBody<TransactBody>(message);
-    const uint8_t* const data = message.body.data() + sizeof(TransactBody);
-    const uint8_t* const offsets = data + body.dataSize;
     const bool oneway = (body.flags & IBinder::FLAG_ONEWAY) != 0;
-
-    sp<IBinder> target;
-    {
-        std::lock_guard<std::mutex> lock(mLock);
-        auto it = mExports.find(body.target);
-        if (it != mExports.end()) target = it->second.binder;
-    }
-    Parcel request;
     Parcel reply;
-    status_t err;
-    if (target == nullptr) {
-        ALOGE("Peer %d called an unknown object %llu", mPeerPid,
-              static_cast<unsigned long long>(body.target));
-        err = BAD_VALUE;
-        // Its references still have to go back.
-        unflattenReceived(data, body.dataSize, offsets, body.objectCount, &message.fds, &request);
-        request.freeData();
-    } else {
-        err = unflattenReceived(data, body.dataSize, offsets, body.objectCount, &message.fds,
-                                &request);
-    }
+    status_t err = message.error;
     if (err == OK) {
         IPCThreadState* const ts = IPCThreadState::self();
         const pid_t savedPid = ts->mCallingPid;
@@ -420,13 +397,37 @@ void Session::execute(Incoming&& message) {
         ts->mCallingUid = mPeerUid;
         ts->mLastTransactionBinderFlags = static_cast<int32_t>(body.flags);
         ts->mServing.push_back({this, body.callId});
-        err = target->transact(body.code, request, &reply, body.flags);
+        err = message.target->transact(body.code, *message.parcel, &reply, body.flags);
         ts->mServing.pop_back();
         ts->mCallingPid = savedPid;
         ts->mCallingUid = savedUid;
         ts->mLastTransactionBinderFlags = savedFlags;
     }
     if (!oneway) sendReply(body.callId, err, &reply);
+}
+
+void Session::receive(Incoming* message, size_t headSize, uint64_t target, uint32_t dataSize,
+                      uint32_t objectCount) {
+    const uint8_t* const data = message->body.data() + headSize;
+    const uint8_t* const offsets = data + dataSize;
+    message->parcel = std::make_unique<Parcel>();
+    if (target != 0) {
+        std::lock_guard<std::mutex> lock(mLock);
+        auto it = mExports.find(target);
+        if (it != mExports.end()) message->target = it->second.binder;
+    }
+    message->error = unflattenReceived(data, dataSize, offsets, objectCount, &message->fds,
+                                       message->parcel.get());
+    if (message->error == OK && target != 0 && message->target == nullptr) {
+        ALOGE("Peer %d called an unknown object %llu", mPeerPid,
+              static_cast<unsigned long long>(target));
+        // Its references still go back to it as the parcel goes.
+        message->parcel->freeData();
+        message->error = BAD_VALUE;
+    }
+    // Only the fixed part is needed from here on.
+    message->body.resize(headSize);
+    message->fds.clear();
 }
 
 status_t Session::sendReply(uint64_t callId, status_t status, const Parcel* reply) {
@@ -582,6 +583,7 @@ bool Session::handleMessage(Incoming&& message) {
                 ALOGE("Peer %d sent a transaction whose sizes do not add up", mPeerPid);
                 return false;
             }
+            receive(&message, sizeof(TransactBody), body.target, body.dataSize, body.objectCount);
             if (body.target == 0) {
                 handleDirectoryCall(std::move(message));
                 return true;
@@ -616,12 +618,16 @@ bool Session::handleMessage(Incoming&& message) {
                 ALOGE("Peer %d sent a reply whose sizes do not add up", mPeerPid);
                 return false;
             }
+            {
+                std::lock_guard<std::mutex> lock(mLock);
+                if (mPending.count(body.callId) == 0) {
+                    ALOGE("Peer %d answered a call nobody made", mPeerPid);
+                    return false;
+                }
+            }
+            receive(&message, sizeof(ReplyBody), 0, body.dataSize, body.objectCount);
             std::lock_guard<std::mutex> lock(mLock);
             auto it = mPending.find(body.callId);
-            if (it == mPending.end()) {
-                ALOGE("Peer %d answered a call nobody made", mPeerPid);
-                return false;
-            }
             it->second->inbox.push_back(std::move(message));
             it->second->cv.notify_all();
             return true;
@@ -665,15 +671,12 @@ void Session::handleRelease(const Incoming& message) {
 void Session::handleDirectoryCall(Incoming&& message) {
     const TransactBody body = loadBody<TransactBody>(message);
     const bool oneway = (body.flags & IBinder::FLAG_ONEWAY) != 0;
-    Parcel request;
-    status_t err = unflattenReceived(message.body.data() + sizeof(TransactBody), body.dataSize,
-                                     message.body.data() + sizeof(TransactBody) + body.dataSize,
-                                     body.objectCount, &message.fds, &request);
     Parcel reply;
+    status_t err = message.error;
     if (err == OK && body.code != kGetServiceTransaction) err = UNKNOWN_TRANSACTION;
     if (err == OK) {
         String16 name;
-        err = request.readString16(&name);
+        err = message.parcel->readString16(&name);
         if (err == OK) err = reply.writeStrongBinder(Runtime::get().localService(name));
     }
     if (!oneway) sendReply(body.callId, err, &reply);

@@ -70,6 +70,9 @@ class Session : public RefBase {
     bool recvExact(void* buf, size_t len, std::vector<UniqueFd>* fds);
     bool handleMessage(Incoming&& message);
     void handleRelease(const Incoming& message);
+    // Turns the parcel of a transaction or reply into this process's objects.
+    void receive(Incoming* message, size_t headSize, uint64_t target, uint32_t dataSize,
+                 uint32_t objectCount);
     void handleDirectoryCall(Incoming&& message);
     void teardown();
 

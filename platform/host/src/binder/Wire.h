@@ -1,8 +1,11 @@
 #pragma once
 
+#include <binder/IBinder.h>
+#include <binder/Parcel.h>
 #include <stddef.h>
 #include <stdint.h>
 
+#include <memory>
 #include <vector>
 
 #include "UniqueFd.h"
@@ -77,6 +80,11 @@ struct Incoming {
     MessageHeader header{};
     std::vector<uint8_t> body;
     std::vector<UniqueFd> fds;
+    // Filled in on arrival, in stream order with the peer's releases, so that nothing a
+    // message refers to can go away before the message is handled.
+    sp<IBinder> target;
+    std::unique_ptr<Parcel> parcel;
+    status_t error = OK;
 };
 
 }  // namespace hostbinder

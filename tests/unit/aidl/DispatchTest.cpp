@@ -1,0 +1,390 @@
+// The hand-written stubs and listener proxy, byte for byte, in one process.
+#include <binder/Parcel.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "aidl/BpLumacastCallback.h"
+#include "tests/unit/aidl/FakeServices.h"
+
+using namespace android;
+using android::binder::Status;
+using kora::lumacast::BnKCameraMotor;
+using kora::lumacast::BnLumacast;
+using kora::lumacast::BpLumacastCallback;
+using kora::lumacast::IKCameraMotor;
+using kora::lumacast::ILumacast;
+using kora::lumacast::ILumacastCallback;
+using lumacast::test::FakeKCameraMotor;
+using lumacast::test::FakeLumacast;
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+using Writer = std::function<void(Parcel&)>;
+
+Bytes bytesOf(const Parcel& p) { return Bytes(p.data(), p.data() + p.dataSize()); }
+
+// What a reply of an ok status followed by the writer's value looks like.
+Bytes okReply(const Writer& value) {
+    Parcel p;
+    p.writeInt32(0);
+    if (value) value(p);
+    return bytesOf(p);
+}
+
+Bytes statusReply(const Status& s) {
+    Parcel p;
+    s.writeToParcel(&p);
+    return bytesOf(p);
+}
+
+Writer boolValue(bool v) {
+    return [v](Parcel& p) { p.writeBool(v); };
+}
+Writer intValue(int32_t v) {
+    return [v](Parcel& p) { p.writeInt32(v); };
+}
+Writer stringValue(const std::string& v) {
+    return [v](Parcel& p) { p.writeUtf8AsUtf16(v); };
+}
+
+status_t call(const sp<IBinder>& b, uint32_t code, const String16& token, const Writer& args,
+              Parcel* reply) {
+    Parcel data;
+    data.writeInterfaceToken(token);
+    if (args) args(data);
+    return b->transact(code, data, reply);
+}
+
+// A listener that is nothing but a plain binder: records what reaches it.
+class RecordingBinder : public BBinder {
+  public:
+    status_t answer = OK;
+    Status status = Status::ok();
+    bool writeStatus = true;
+    uint32_t code = 0;
+    uint32_t flags = 0xffff;
+    Bytes request;
+
+  protected:
+    status_t onTransact(uint32_t c, const Parcel& data, Parcel* reply, uint32_t f) override {
+        code = c;
+        flags = f;
+        request = bytesOf(data);
+        if (writeStatus) status.writeToParcel(reply);
+        return answer;
+    }
+};
+
+class LocalListener : public BnInterface<ILumacastCallback> {
+  public:
+    Status onAiData(const std::string&) override { return Status::ok(); }
+    Status onProtoBuf(const std::vector<uint8_t>&) override { return Status::ok(); }
+    Status onFrame(int32_t, int32_t, const std::vector<uint8_t>&) override { return Status::ok(); }
+};
+
+struct Row {
+    uint32_t code;
+    Writer args;
+    std::string call;
+    Writer result;
+};
+
+TEST(LumacastDispatchTest, EveryCodeReadsItsArgumentsAndWritesItsResult) {
+    sp<FakeLumacast> fake = new FakeLumacast();
+    sp<LocalListener> listener = new LocalListener();
+    const std::string unicode = "\xc3\xbc\xe2\x82\xac\xf0\x9d\x84\x9e";
+    const Row rows[] = {
+            {1, [&](Parcel& p) { p.writeStrongBinder(IInterface::asBinder(listener)); },
+             "setCallback", boolValue(true)},
+            {2, [&](Parcel& p) { p.writeStrongBinder(IInterface::asBinder(listener)); },
+             "removeCallback", boolValue(true)},
+            {3, boolValue(true), "setZoomSwitch(1)", boolValue(true)},
+            {4, nullptr, "getZoomSwitch", boolValue(true)},
+            {5, nullptr, "getAiAlgoList", intValue(0x12345678)},
+            {6, intValue(5), "setAiSubscribeType(5)", boolValue(true)},
+            {7, nullptr, "getAiSubscribeStatus", intValue(5)},
+            {8, stringValue(unicode), "setAiProperty(" + unicode + ")", boolValue(true)},
+            {9, stringValue("x"), "getAiProperty(x)", stringValue("value of x")},
+            {10,
+             [](Parcel& p) {
+                 p.writeInt32(4);
+                 p.writeUtf8AsUtf16(std::string("opt"));
+             },
+             "setAiSubscribe(4,opt)", boolValue(true)},
+            {11, nullptr, "getAiSubscribe", stringValue("4/opt")},
+            {12,
+             [](Parcel& p) {
+                 p.writeInt32(3);
+                 p.writeUtf8AsUtf16(std::string("1920x1080"));
+             },
+             "grabFrame(3,1920x1080)", boolValue(true)},
+            {13, stringValue("doa"), "sendDoa(doa)", boolValue(true)},
+            {14, intValue(-2), "setAutoFraming(-2)", boolValue(false)},
+            {15, nullptr, "getAutoFraming", boolValue(false)},
+            {16,
+             [](Parcel& p) {
+                 p.writeInt32(1);
+                 p.writeInt32(2);
+             },
+             "setZoomMode(1,2)", boolValue(true)},
+            {17, nullptr, "getZoomMode", stringValue("1,2")},
+    };
+    std::vector<std::string> expectedCalls;
+    for (const Row& row : rows) {
+        Parcel reply;
+        EXPECT_EQ(call(fake, row.code, ILumacast::descriptor, row.args, &reply), OK) << row.call;
+        EXPECT_EQ(bytesOf(reply), okReply(row.result)) << row.call;
+        expectedCalls.push_back(row.call);
+        EXPECT_EQ(fake->calls(), expectedCalls);
+    }
+}
+
+TEST(LumacastDispatchTest, RefusedRequestsLeaveTheReplyEmptyAndTheServiceUncalled) {
+    sp<FakeLumacast> fake = new FakeLumacast();
+    for (uint32_t code = 1; code <= 17; ++code) {
+        Parcel reply;
+        EXPECT_EQ(call(fake, code, ILumacastCallback::descriptor, nullptr, &reply), BAD_TYPE);
+        EXPECT_EQ(reply.dataSize(), 0u);
+        Parcel noToken;
+        EXPECT_EQ(fake->transact(code, Parcel(), &noToken), BAD_TYPE);
+        EXPECT_EQ(noToken.dataSize(), 0u);
+    }
+    struct Case {
+        uint32_t code;
+        Writer args;
+        status_t result;
+    };
+    const Case cases[] = {
+            {16, intValue(1), NOT_ENOUGH_DATA},
+            {3, nullptr, NOT_ENOUGH_DATA},
+            {6, nullptr, NOT_ENOUGH_DATA},
+            {10, intValue(1), OK},  // the missing string is a null string
+            {9,
+             [](Parcel& p) {
+                 p.writeInt32(1);
+                 p.writeInt32(0x0000d800);
+             },
+             BAD_VALUE},
+            {12,
+             [](Parcel& p) {
+                 p.writeInt32(3);
+                 p.writeInt32(1000);
+             },
+             OK},
+    };
+    for (const Case& c : cases) {
+        Parcel reply;
+        EXPECT_EQ(call(fake, c.code, ILumacast::descriptor, c.args, &reply), c.result) << c.code;
+        if (c.result == OK) {
+            EXPECT_EQ(bytesOf(reply),
+                      statusReply(Status::fromExceptionCode(Status::EX_NULL_POINTER)))
+                    << c.code;
+        } else {
+            EXPECT_EQ(reply.dataSize(), 0u) << c.code;
+        }
+    }
+    EXPECT_TRUE(fake->calls().empty());
+}
+
+TEST(LumacastDispatchTest, NullListenerGetsOnlyANullPointerStatus) {
+    sp<FakeLumacast> fake = new FakeLumacast();
+    for (uint32_t code : {1u, 2u}) {
+        Parcel reply;
+        EXPECT_EQ(call(
+                          fake, code, ILumacast::descriptor,
+                          [](Parcel& p) { p.writeStrongBinder(nullptr); }, &reply),
+                  OK);
+        EXPECT_EQ(bytesOf(reply), statusReply(Status::fromExceptionCode(Status::EX_NULL_POINTER)));
+        // A binder that is no binder at all is refused the same way.
+        Parcel junk;
+        EXPECT_EQ(call(fake, code, ILumacast::descriptor, intValue(0), &junk), BAD_TYPE);
+    }
+    EXPECT_TRUE(fake->calls().empty());
+    EXPECT_EQ(fake->listenerCount(), 0u);
+}
+
+TEST(LumacastDispatchTest, OtherCodesAreBBindersToAnswer) {
+    sp<FakeLumacast> fake = new FakeLumacast();
+    for (uint32_t code : {0u, 18u, 0x00ffffffu}) {
+        Parcel reply;
+        EXPECT_EQ(call(fake, code, ILumacast::descriptor, intValue(1), &reply),
+                  UNKNOWN_TRANSACTION);
+        EXPECT_EQ(reply.dataSize(), 0u);
+    }
+    Parcel reply;
+    EXPECT_EQ(fake->transact(IBinder::INTERFACE_TRANSACTION, Parcel(), &reply), OK);
+    EXPECT_EQ(reply.readString16(), ILumacast::descriptor);
+    EXPECT_EQ(fake->transact(IBinder::PING_TRANSACTION, Parcel(), &reply), OK);
+    EXPECT_TRUE(fake->calls().empty());
+}
+
+TEST(LumacastDispatchTest, StatusesThatAreNotOkTravelAlone) {
+    sp<FakeLumacast> fake = new FakeLumacast();
+    Parcel reply;
+    EXPECT_EQ(call(fake, 6, ILumacast::descriptor, intValue(-5), &reply), OK);
+    EXPECT_EQ(bytesOf(reply), statusReply(Status::fromServiceSpecificError(-5, "negative type")));
+
+    fake->failNext(Status::fromExceptionCode(Status::EX_ILLEGAL_STATE, "busy"));
+    Parcel r2;
+    EXPECT_EQ(call(fake, 17, ILumacast::descriptor, nullptr, &r2), OK);
+    EXPECT_EQ(bytesOf(r2),
+              statusReply(Status::fromExceptionCode(Status::EX_ILLEGAL_STATE, "busy")));
+
+    // A transport failure cannot be parcelled: it becomes the call's result.
+    fake->failNext(Status::fromStatusT(NO_MEMORY));
+    Parcel r3;
+    EXPECT_EQ(call(fake, 4, ILumacast::descriptor, nullptr, &r3), NO_MEMORY);
+    EXPECT_EQ(r3.dataSize(), 0u);
+}
+
+TEST(LumacastDispatchTest, LocalInterfaceOnlyForTheExactDescriptor) {
+    sp<FakeLumacast> fake = new FakeLumacast();
+    EXPECT_EQ(String8(fake->getInterfaceDescriptor()), String8("kora.lumacast.ILumacast"));
+    EXPECT_EQ(fake->queryLocalInterface(String16("kora.lumacast.ILumacast")).get(),
+              static_cast<IInterface*>(fake.get()));
+    for (const char16_t* other : {u"kora.lumacast.ILumacas", u"kora.lumacast.ILumacastCallback",
+                                  u"Kora.lumacast.ILumacast", u""}) {
+        EXPECT_EQ(fake->queryLocalInterface(String16(other)), nullptr);
+    }
+    EXPECT_EQ(fake->queryLocalInterface(String16(u"kora.lumacast.ILumacast\0", 24)), nullptr);
+    EXPECT_EQ(IInterface::asBinder(fake).get(), static_cast<IBinder*>(fake.get()));
+}
+
+TEST(MotorDispatchTest, EveryCodeReadsItsArgumentsAndWritesItsResult) {
+    sp<FakeKCameraMotor> fake = new FakeKCameraMotor();
+    const Row rows[] = {
+            {10, nullptr, "get_mcu_version", stringValue("")},
+            {7, nullptr, "is_support_motor", boolValue(false)},
+            {1, stringValue("birch"), "set_client_type(birch)", nullptr},
+            {2, nullptr, "motor_down", intValue(-7)},
+            {3, nullptr, "motor_up", intValue(256)},
+            {4, nullptr, "get_motor_status", intValue(4096)},
+            {5, nullptr, "get_rise_time", intValue(1500)},
+            {6, nullptr, "get_switch_status", boolValue(true)},
+            {7, nullptr, "is_support_motor", boolValue(true)},
+            {8, boolValue(true), "set_status(1)", nullptr},
+            {9, nullptr, "get_status", boolValue(true)},
+            {10, nullptr, "get_mcu_version", stringValue("v1.2-birch")},
+            {11, stringValue("/data/fw.bin"), "mcu_upgrade(/data/fw.bin)", intValue(12)},
+    };
+    std::vector<std::string> expectedCalls;
+    for (const Row& row : rows) {
+        Parcel reply;
+        EXPECT_EQ(call(fake, row.code, IKCameraMotor::descriptor, row.args, &reply), OK)
+                << row.call;
+        EXPECT_EQ(bytesOf(reply), okReply(row.result)) << row.call;
+        expectedCalls.push_back(row.call);
+    }
+    EXPECT_EQ(fake->calls(), expectedCalls);
+    EXPECT_EQ(fake->queryLocalInterface(String16("kora.lumacast.IKCameraMotor")).get(),
+              static_cast<IInterface*>(fake.get()));
+    EXPECT_EQ(fake->queryLocalInterface(String16("kora.lumacast.ILumacast")), nullptr);
+}
+
+TEST(MotorDispatchTest, RefusedRequestsLeaveTheReplyEmptyAndTheServiceUncalled) {
+    sp<FakeKCameraMotor> fake = new FakeKCameraMotor();
+    for (uint32_t code = 1; code <= 11; ++code) {
+        Parcel reply;
+        EXPECT_EQ(call(fake, code, ILumacast::descriptor, nullptr, &reply), BAD_TYPE);
+        EXPECT_EQ(reply.dataSize(), 0u);
+    }
+    Parcel reply;
+    EXPECT_EQ(call(fake, 8, IKCameraMotor::descriptor, nullptr, &reply), NOT_ENOUGH_DATA);
+    EXPECT_EQ(reply.dataSize(), 0u);
+    // A missing string is a null string: a null-pointer status, the service not called.
+    for (uint32_t code : {1u, 11u}) {
+        Parcel r;
+        EXPECT_EQ(call(fake, code, IKCameraMotor::descriptor, nullptr, &r), OK);
+        EXPECT_EQ(bytesOf(r), statusReply(Status::fromExceptionCode(Status::EX_NULL_POINTER)));
+    }
+    for (uint32_t code : {0u, 12u}) {
+        Parcel r;
+        EXPECT_EQ(call(fake, code, IKCameraMotor::descriptor, nullptr, &r), UNKNOWN_TRANSACTION);
+        EXPECT_EQ(r.dataSize(), 0u);
+    }
+    EXPECT_TRUE(fake->calls().empty());
+
+    fake->failNext(Status::fromExceptionCode(Status::EX_SECURITY));
+    Parcel r;
+    EXPECT_EQ(call(fake, 2, IKCameraMotor::descriptor, nullptr, &r), OK);
+    EXPECT_EQ(bytesOf(r), statusReply(Status::fromExceptionCode(Status::EX_SECURITY)));
+}
+
+TEST(ListenerProxyTest, RequestsAreTheTokenThenTheArguments) {
+    sp<RecordingBinder> remote = new RecordingBinder();
+    sp<BpLumacastCallback> proxy = new BpLumacastCallback(remote);
+    auto expected = [](const Writer& args) {
+        Parcel p;
+        p.writeInterfaceToken(ILumacastCallback::descriptor);
+        args(p);
+        return bytesOf(p);
+    };
+
+    EXPECT_TRUE(proxy->onFrame(2, 7, {1, 2, 3}).isOk());
+    EXPECT_EQ(remote->code, 3u);
+    EXPECT_EQ(remote->flags, 0u);
+    EXPECT_EQ(remote->request, expected([](Parcel& p) {
+                  p.writeInt32(2);
+                  p.writeInt32(7);
+                  p.writeByteVector(std::vector<uint8_t>{1, 2, 3});
+              }));
+
+    EXPECT_TRUE(proxy->onProtoBuf({}).isOk());
+    EXPECT_EQ(remote->code, 2u);
+    EXPECT_EQ(remote->request, expected([](Parcel& p) { p.writeInt32(0); }));
+
+    EXPECT_TRUE(proxy->onAiData("{\"a\":\"\xc3\xa9\"}").isOk());
+    EXPECT_EQ(remote->code, 1u);
+    EXPECT_EQ(remote->request,
+              expected([](Parcel& p) { p.writeUtf8AsUtf16(std::string("{\"a\":\"\xc3\xa9\"}")); }));
+
+    // Text that is no UTF-8 never leaves.
+    remote->code = 0;
+    const Status bad = proxy->onAiData("\xff");
+    EXPECT_EQ(bad.transactionError(), BAD_VALUE);
+    EXPECT_EQ(remote->code, 0u);
+}
+
+TEST(ListenerProxyTest, AnswersBecomeTheCallsStatus) {
+    sp<RecordingBinder> remote = new RecordingBinder();
+    sp<BpLumacastCallback> proxy = new BpLumacastCallback(remote);
+
+    remote->answer = UNKNOWN_TRANSACTION;
+    remote->writeStatus = false;
+    Status s = proxy->onFrame(1, 1, {});
+    EXPECT_EQ(s.exceptionCode(), Status::EX_TRANSACTION_FAILED);
+    EXPECT_EQ(s.transactionError(), UNKNOWN_TRANSACTION);
+
+    remote->answer = DEAD_OBJECT;
+    EXPECT_EQ(proxy->onAiData("x").transactionError(), DEAD_OBJECT);
+
+    remote->answer = OK;
+    remote->writeStatus = true;
+    remote->status = Status::fromExceptionCode(Status::EX_ILLEGAL_ARGUMENT, "no");
+    s = proxy->onProtoBuf({9});
+    EXPECT_EQ(s.exceptionCode(), Status::EX_ILLEGAL_ARGUMENT);
+    EXPECT_EQ(String8(s.exceptionMessage()), String8("no"));
+
+    // An ok transaction without a status in its reply.
+    remote->writeStatus = false;
+    EXPECT_EQ(proxy->onProtoBuf({9}).transactionError(), NOT_ENOUGH_DATA);
+}
+
+TEST(ListenerProxyTest, AsInterfaceFindsLocalListenersAndWrapsOthers) {
+    EXPECT_EQ(ILumacastCallback::asInterface(nullptr), nullptr);
+    sp<LocalListener> local = new LocalListener();
+    EXPECT_EQ(ILumacastCallback::asInterface(IInterface::asBinder(local)).get(),
+              static_cast<ILumacastCallback*>(local.get()));
+    sp<RecordingBinder> plain = new RecordingBinder();
+    sp<ILumacastCallback> wrapped = ILumacastCallback::asInterface(plain);
+    ASSERT_NE(wrapped, nullptr);
+    EXPECT_EQ(IInterface::asBinder(wrapped).get(), static_cast<IBinder*>(plain.get()));
+    EXPECT_EQ(wrapped->getInterfaceDescriptor(), ILumacastCallback::descriptor);
+}
+
+}  // namespace

@@ -1,0 +1,118 @@
+// Objects of this process: libbinder's standard transactions and the service registry.
+#include <binder/Binder.h>
+#include <binder/IServiceManager.h>
+#include <binder/Parcel.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+using namespace android;
+
+namespace {
+
+class DumpRecorder : public BBinder {
+  public:
+    const String16& getInterfaceDescriptor() const override {
+        static const String16 d(u"lumacast.test.IDumpRecorder");
+        return d;
+    }
+    status_t dump(int fd, const Vector<String16>& args) override {
+        mFd = fd;
+        mArgs.clear();
+        for (const String16& a : args) mArgs.push_back(String8(a).c_str());
+        return 17;
+    }
+    int mFd = -2;
+    std::vector<std::string> mArgs;
+};
+
+TEST(LocalBinderTest, StandardTransactionsAreAnsweredByBBinder) {
+    sp<DumpRecorder> b = new DumpRecorder();
+    Parcel data;
+    Parcel reply;
+    EXPECT_EQ(b->transact(IBinder::PING_TRANSACTION, data, &reply), OK);
+    EXPECT_EQ(b->transact(IBinder::INTERFACE_TRANSACTION, data, &reply), OK);
+    EXPECT_EQ(String8(reply.readString16()), String8("lumacast.test.IDumpRecorder"));
+    Parcel r2;
+    EXPECT_EQ(b->transact(IBinder::FIRST_CALL_TRANSACTION, data, &r2), UNKNOWN_TRANSACTION);
+    EXPECT_EQ(b->transact(0, data, &r2), UNKNOWN_TRANSACTION);
+    EXPECT_EQ(r2.dataSize(), 0u);
+    EXPECT_EQ(b->linkToDeath(nullptr), INVALID_OPERATION);
+    EXPECT_TRUE(b->isBinderAlive());
+}
+
+TEST(LocalBinderTest, DumpTransactionPassesDescriptorAndArguments) {
+    sp<DumpRecorder> b = new DumpRecorder();
+    int fds[2];
+    ASSERT_EQ(pipe2(fds, O_CLOEXEC), 0);
+    Parcel data;
+    Parcel reply;
+    data.writeFileDescriptor(fds[1]);
+    data.writeInt32(2);
+    data.writeString16(String16(u"--all"));
+    data.writeString16(String16(u"x"));
+    EXPECT_EQ(b->transact(IBinder::DUMP_TRANSACTION, data, &reply), 17);
+    EXPECT_EQ(b->mFd, fds[1]);
+    EXPECT_EQ(b->mArgs, (std::vector<std::string>{"--all", "x"}));
+
+    // A count larger than what follows stops at the end of the data.
+    Parcel lying;
+    lying.writeFileDescriptor(fds[1]);
+    lying.writeInt32(1000000);
+    lying.writeString16(String16(u"only"));
+    EXPECT_EQ(b->transact(IBinder::DUMP_TRANSACTION, lying, &reply), 17);
+    EXPECT_EQ(b->mArgs, (std::vector<std::string>{"only"}));
+
+    // No descriptor at all reaches dump as an invalid one.
+    Parcel noFd;
+    noFd.writeInt32(0);
+    b->transact(IBinder::DUMP_TRANSACTION, noFd, &reply);
+    EXPECT_LT(b->mFd, 0);
+    close(fds[0]);
+    close(fds[1]);
+}
+
+TEST(ServiceManagerTest, NamesAreCheckedAsTheServiceManagerDoes) {
+    sp<IServiceManager> sm = defaultServiceManager();
+    sp<BBinder> b = new BBinder();
+    EXPECT_EQ(sm->addService(String16(""), b), BAD_VALUE);
+    EXPECT_EQ(sm->addService(String16("has space"), b), BAD_VALUE);
+    EXPECT_EQ(sm->addService(String16("bad\xc3\xa9"), b), BAD_VALUE);
+    EXPECT_EQ(sm->addService(String16(std::string(128, 'a').c_str()), b), BAD_VALUE);
+    EXPECT_EQ(sm->addService(String16("nothing"), nullptr), UNEXPECTED_NULL);
+
+    const String16 slashed("vendor.test.IFoo/default");
+    ASSERT_EQ(sm->addService(slashed, b), OK);
+    EXPECT_EQ(sm->checkService(slashed).get(), static_cast<IBinder*>(b.get()));
+    EXPECT_EQ(sm->getService(slashed).get(), static_cast<IBinder*>(b.get()));
+    EXPECT_EQ(sm->checkService(String16("never.added")), nullptr);
+    bool listed = false;
+    for (const String16& s : sm->listServices()) listed |= s == slashed;
+    EXPECT_TRUE(listed);
+}
+
+TEST(ServiceManagerTest, ListingFiltersByDumpPriority) {
+    sp<IServiceManager> sm = defaultServiceManager();
+    ASSERT_EQ(sm->addService(String16("prio.critical"), new BBinder(), false,
+                             IServiceManager::DUMP_FLAG_PRIORITY_CRITICAL),
+              OK);
+    ASSERT_EQ(sm->addService(String16("prio.default"), new BBinder(), false,
+                             IServiceManager::DUMP_FLAG_PRIORITY_DEFAULT),
+              OK);
+    auto has = [&](int flags, const char* name) {
+        for (const String16& s : sm->listServices(flags)) {
+            if (s == String16(name)) return true;
+        }
+        return false;
+    };
+    EXPECT_TRUE(has(IServiceManager::DUMP_FLAG_PRIORITY_ALL, "prio.critical"));
+    EXPECT_TRUE(has(IServiceManager::DUMP_FLAG_PRIORITY_ALL, "prio.default"));
+    EXPECT_TRUE(has(IServiceManager::DUMP_FLAG_PRIORITY_CRITICAL, "prio.critical"));
+    EXPECT_FALSE(has(IServiceManager::DUMP_FLAG_PRIORITY_CRITICAL, "prio.default"));
+    EXPECT_FALSE(has(IServiceManager::DUMP_FLAG_PRIORITY_DEFAULT, "prio.critical"));
+}
+
+}  // namespace

@@ -1,0 +1,450 @@
+// Calls between two processes: references in both directions, nested calls and calls
+// from any thread, peer death, reference release and descriptors.
+#include <binder/IPCThreadState.h>
+#include <binder/IServiceManager.h>
+#include <binder/Parcel.h>
+#include <binder/ProcessState.h>
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "tests/unit/binder/ChildProcess.h"
+#include "tests/unit/binder/PeerProtocol.h"
+#include "tests/unit/binder/PeerService.h"
+
+using namespace android;
+using lumacast::test::ChildProcess;
+namespace lt = lumacast::test;
+
+namespace {
+
+bool waitUntil(const std::function<bool()>& pred,
+               std::chrono::milliseconds limit = std::chrono::seconds(5)) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!pred()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
+size_t openFdCount() {
+    size_t n = 0;
+    DIR* d = opendir("/proc/self/fd");
+    while (dirent* e = readdir(d)) n += e->d_name[0] != '.';
+    closedir(d);
+    return n;
+}
+
+// Answers kCallbackCode with the doubled int32 and remembers who called it on which
+// thread; tells the test when it is destroyed.
+class TestCallback : public BBinder {
+  public:
+    explicit TestCallback(std::shared_ptr<std::atomic<bool>> destroyed = nullptr)
+        : mDestroyed(std::move(destroyed)) {}
+    ~TestCallback() override {
+        if (mDestroyed) mDestroyed->store(true);
+    }
+
+    std::vector<int32_t> values() {
+        std::lock_guard<std::mutex> lock(mLock);
+        return mValues;
+    }
+    std::set<std::thread::id> threads() {
+        std::lock_guard<std::mutex> lock(mLock);
+        return mThreads;
+    }
+
+  protected:
+    status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) override {
+        if (code != lt::kCallbackCode) return BBinder::onTransact(code, data, reply, flags);
+        int32_t v = 0;
+        status_t err = data.readInt32(&v);
+        if (err != OK) return err;
+        {
+            std::lock_guard<std::mutex> lock(mLock);
+            mValues.push_back(v);
+            mThreads.insert(std::this_thread::get_id());
+        }
+        return reply->writeInt32(2 * v);
+    }
+
+  private:
+    std::shared_ptr<std::atomic<bool>> mDestroyed;
+    std::mutex mLock;
+    std::vector<int32_t> mValues;
+    std::set<std::thread::id> mThreads;
+};
+
+class DeathWatcher : public IBinder::DeathRecipient {
+  public:
+    void binderDied(const wp<IBinder>&) override { died.fetch_add(1); }
+    std::atomic<int> died{0};
+};
+
+status_t call(const sp<IBinder>& b, uint32_t code, const std::function<void(Parcel&)>& fill,
+              Parcel* reply) {
+    Parcel data;
+    if (fill) fill(data);
+    return b->transact(code, data, reply);
+}
+
+int32_t addOne(const sp<IBinder>& b, int32_t v) {
+    Parcel reply;
+    if (call(
+                b, lt::kAddOne, [&](Parcel& p) { p.writeInt32(v); }, &reply) != OK)
+        return -1;
+    return reply.readInt32();
+}
+
+std::string uniqueName() {
+    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+    return std::string("peer.") + info->name();
+}
+
+class RemoteBinderTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ProcessState::self()->startThreadPool();
+        mName = uniqueName();
+        mPeer = std::make_unique<ChildProcess>(BINDER_PEER_PATH,
+                                               std::vector<std::string>{"service", mName});
+        ASSERT_TRUE(mPeer->running());
+        mService = defaultServiceManager()->getService(String16(mName.c_str()));
+        ASSERT_NE(mService, nullptr);
+    }
+
+    std::string mName;
+    std::unique_ptr<ChildProcess> mPeer;
+    sp<IBinder> mService;
+};
+
+TEST_F(RemoteBinderTest, PlainCallsReachThePeer) {
+    ASSERT_NE(mService->remoteBinder(), nullptr);
+    EXPECT_EQ(mService->pingBinder(), OK);
+    EXPECT_TRUE(mService->isBinderAlive());
+    EXPECT_EQ(String8(mService->getInterfaceDescriptor()), String8("lumacast.test.IPeer"));
+    EXPECT_EQ(addOne(mService, 41), 42);
+    EXPECT_EQ(addOne(mService, -1), 0);
+
+    Parcel reply;
+    ASSERT_EQ(call(mService, lt::kCallingPid, nullptr, &reply), OK);
+    EXPECT_EQ(reply.readInt32(), getpid());
+    // Codes the object does not know come back as the object's own answer.
+    EXPECT_EQ(call(mService, 0x00abcdef, nullptr, &reply), UNKNOWN_TRANSACTION);
+    // Missing arguments are the peer's read error, carried back as the call's result.
+    EXPECT_EQ(call(mService, lt::kAddOne, nullptr, &reply), NOT_ENOUGH_DATA);
+    EXPECT_EQ(addOne(mService, 1), 2);
+}
+
+TEST_F(RemoteBinderTest, ObjectsTravelBothWaysAndComeHomeAsThemselves) {
+    sp<TestCallback> mine = new TestCallback();
+    Parcel reply;
+    ASSERT_EQ(call(
+                      mService, lt::kReturnBinders,
+                      [&](Parcel& p) { p.writeStrongBinder(sp<IBinder>(mine)); }, &reply),
+              OK);
+    sp<IBinder> back;
+    sp<IBinder> theirs;
+    ASSERT_EQ(reply.readStrongBinder(&back), OK);
+    ASSERT_EQ(reply.readStrongBinder(&theirs), OK);
+    EXPECT_EQ(back.get(), static_cast<IBinder*>(mine.get()));
+    ASSERT_NE(theirs->remoteBinder(), nullptr);
+    EXPECT_EQ(theirs->pingBinder(), OK);
+
+    // The peer's object sent back to the peer is the peer's own object there, and the
+    // same proxy here when it returns.
+    Parcel reply2;
+    ASSERT_EQ(call(
+                      mService, lt::kReturnBinders, [&](Parcel& p) { p.writeStrongBinder(theirs); },
+                      &reply2),
+              OK);
+    sp<IBinder> theirsAgain;
+    ASSERT_EQ(reply2.readStrongBinder(&theirsAgain), OK);
+    EXPECT_EQ(theirsAgain.get(), theirs.get());
+}
+
+TEST_F(RemoteBinderTest, NestedCallbackRunsOnTheWaitingThread) {
+    sp<TestCallback> cb = new TestCallback();
+    Parcel reply;
+    ASSERT_EQ(call(
+                      mService, lt::kCallBackNested,
+                      [&](Parcel& p) {
+                          p.writeStrongBinder(sp<IBinder>(cb));
+                          p.writeInt32(21);
+                      },
+                      &reply),
+              OK);
+    EXPECT_EQ(reply.readInt32(), 42);
+    EXPECT_EQ(cb->values(), std::vector<int32_t>{21});
+    EXPECT_EQ(cb->threads(), std::set<std::thread::id>{std::this_thread::get_id()});
+}
+
+TEST_F(RemoteBinderTest, PeerCallsBackFromItsOwnThreadAtAnyTime) {
+    sp<TestCallback> cb = new TestCallback();
+    Parcel reply;
+    ASSERT_EQ(call(
+                      mService, lt::kHoldCallback,
+                      [&](Parcel& p) { p.writeStrongBinder(sp<IBinder>(cb)); }, &reply),
+              OK);
+    ASSERT_EQ(call(
+                      mService, lt::kFireHeld, [](Parcel& p) { p.writeInt32(50); }, &reply),
+              OK);
+    EXPECT_EQ(reply.readInt32(), 50);
+    std::vector<int32_t> expected(50);
+    for (int32_t i = 0; i < 50; ++i) expected[i] = i;
+    EXPECT_EQ(cb->values(), expected);
+    // Not nested: served by this process's pool, not by the thread that waits.
+    EXPECT_EQ(cb->threads().count(std::this_thread::get_id()), 0u);
+}
+
+TEST_F(RemoteBinderTest, ManyThreadsCallAndGetCalledBackAtOnce) {
+    constexpr int kThreads = 8;
+    constexpr int kRounds = 40;
+    sp<TestCallback> held = new TestCallback();
+    Parcel r;
+    ASSERT_EQ(call(
+                      mService, lt::kHoldCallback,
+                      [&](Parcel& p) { p.writeStrongBinder(sp<IBinder>(held)); }, &r),
+              OK);
+    std::atomic<int> failures{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            sp<TestCallback> cb = new TestCallback();
+            for (int i = 0; i < kRounds; ++i) {
+                const int32_t v = t * 1000 + i;
+                if (addOne(mService, v) != v + 1) failures++;
+                Parcel reply;
+                if (call(
+                            mService, lt::kCallBackNested,
+                            [&](Parcel& p) {
+                                p.writeStrongBinder(sp<IBinder>(cb));
+                                p.writeInt32(v);
+                            },
+                            &reply) != OK ||
+                    reply.readInt32() != 2 * v) {
+                    failures++;
+                }
+                if (i % 10 == 0) {
+                    if (call(
+                                mService, lt::kFireHeld, [](Parcel& p) { p.writeInt32(3); },
+                                &reply) != OK ||
+                        reply.readInt32() != 3) {
+                        failures++;
+                    }
+                }
+            }
+            if (cb->values().size() != static_cast<size_t>(kRounds)) failures++;
+        });
+    }
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(failures.load(), 0);
+    EXPECT_EQ(held->values().size(), static_cast<size_t>(kThreads * (kRounds / 10) * 3));
+}
+
+TEST_F(RemoteBinderTest, OneWayCallsReturnAtOnceAndAreAllServed) {
+    sp<TestCallback> cb = new TestCallback();
+    for (int i = 0; i < 3; ++i) {
+        Parcel data;
+        Parcel reply;
+        data.writeStrongBinder(sp<IBinder>(cb));
+        ASSERT_EQ(mService->transact(lt::kHoldCallback, data, &reply, IBinder::FLAG_ONEWAY), OK);
+        EXPECT_EQ(reply.dataSize(), 0u);
+    }
+    EXPECT_TRUE(waitUntil([&] {
+        Parcel reply;
+        return call(mService, lt::kHeldCount, nullptr, &reply) == OK && reply.readInt32() == 3;
+    }));
+}
+
+TEST_F(RemoteBinderTest, DumpHandsTheDescriptorToThePeer) {
+    int fds[2];
+    ASSERT_EQ(pipe2(fds, O_CLOEXEC), 0);
+    const size_t before = openFdCount();
+    Vector<String16> args;
+    args.add(String16("-a"));
+    args.add(String16("x y"));
+    EXPECT_EQ(mService->dump(fds[1], args), OK);
+    close(fds[1]);
+    char buf[128] = {};
+    std::string text;
+    ssize_t n;
+    while ((n = read(fds[0], buf, sizeof(buf))) > 0) text.append(buf, static_cast<size_t>(n));
+    close(fds[0]);
+    // Every copy made on the way was closed, here and in the peer (or read would block).
+    EXPECT_EQ(text, "peer dump -a x y\n");
+    EXPECT_EQ(openFdCount(), before - 2);
+}
+
+TEST_F(RemoteBinderTest, ParcelsUpToTheBinderLimitPassLargerOnesFail) {
+    Parcel reply;
+    ASSERT_EQ(call(
+                      mService, lt::kBytes, [](Parcel& p) { p.writeInt32(200000); }, &reply),
+              OK);
+    std::vector<uint8_t> bytes;
+    ASSERT_EQ(reply.readByteVector(&bytes), OK);
+    ASSERT_EQ(bytes.size(), 200000u);
+    bool intact = true;
+    for (size_t i = 0; i < bytes.size(); ++i) intact &= bytes[i] == static_cast<uint8_t>(i);
+    EXPECT_TRUE(intact);
+
+    std::vector<uint8_t> huge(1024 * 1024, 7);
+    EXPECT_EQ(call(
+                      mService, lt::kAddOne, [&](Parcel& p) { p.writeByteVector(huge); }, &reply),
+              FAILED_TRANSACTION);
+    // A reply too large for the transport fails the call, not the session.
+    EXPECT_EQ(call(
+                      mService, lt::kBytes, [](Parcel& p) { p.writeInt32(1024 * 1024); }, &reply),
+              FAILED_TRANSACTION);
+    EXPECT_EQ(addOne(mService, 9), 10);
+}
+
+TEST_F(RemoteBinderTest, PeerDeathFailsCallsAndTellsRecipients) {
+    sp<DeathWatcher> watcher = new DeathWatcher();
+    ASSERT_EQ(mService->linkToDeath(watcher), OK);
+    sp<DeathWatcher> unlinked = new DeathWatcher();
+    ASSERT_EQ(mService->linkToDeath(unlinked), OK);
+    ASSERT_EQ(mService->unlinkToDeath(unlinked), OK);
+
+    // One call is in progress when the peer goes; one kills it.
+    std::atomic<status_t> sleeping{OK};
+    std::thread sleeper([&] {
+        Parcel reply;
+        sleeping = call(
+                mService, lt::kSleepMs, [](Parcel& p) { p.writeInt32(60000); }, &reply);
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    Parcel reply;
+    EXPECT_EQ(call(mService, lt::kExitNow, nullptr, &reply), DEAD_OBJECT);
+    sleeper.join();
+    EXPECT_EQ(sleeping.load(), DEAD_OBJECT);
+
+    EXPECT_TRUE(waitUntil([&] { return watcher->died.load() == 1; }));
+    EXPECT_EQ(unlinked->died.load(), 0);
+    EXPECT_FALSE(mService->isBinderAlive());
+    EXPECT_EQ(mService->pingBinder(), DEAD_OBJECT);
+    EXPECT_EQ(addOne(mService, 1), -1);
+    EXPECT_EQ(mService->linkToDeath(new DeathWatcher()), DEAD_OBJECT);
+    EXPECT_EQ(defaultServiceManager()->checkService(String16(mName.c_str())), nullptr);
+}
+
+TEST_F(RemoteBinderTest, ObjectIsReleasedWhenThePeerDropsIt) {
+    auto destroyed = std::make_shared<std::atomic<bool>>(false);
+    {
+        sp<TestCallback> cb = new TestCallback(destroyed);
+        Parcel reply;
+        ASSERT_EQ(call(
+                          mService, lt::kHoldCallback,
+                          [&](Parcel& p) { p.writeStrongBinder(sp<IBinder>(cb)); }, &reply),
+                  OK);
+        // Sent twice: the peer's one proxy returns both counts at once.
+        ASSERT_EQ(call(
+                          mService, lt::kHoldCallback,
+                          [&](Parcel& p) { p.writeStrongBinder(sp<IBinder>(cb)); }, &reply),
+                  OK);
+    }
+    Parcel reply;
+    ASSERT_EQ(call(mService, lt::kHeldCount, nullptr, &reply), OK);
+    EXPECT_EQ(reply.readInt32(), 2);
+    // Only the peer keeps it alive now.
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(destroyed->load());
+    ASSERT_EQ(call(mService, lt::kDropHeld, nullptr, &reply), OK);
+    EXPECT_TRUE(waitUntil([&] { return destroyed->load(); }));
+}
+
+TEST(RemoteServiceTest, ServiceKeepsNoReferenceOfADeadClient) {
+    ProcessState::self()->startThreadPool();
+    const std::string name = uniqueName();
+    sp<lt::PeerService> service = new lt::PeerService();
+    ASSERT_EQ(defaultServiceManager()->addService(String16(name.c_str()), service), OK);
+    const int32_t baseline = service->getStrongCount();
+
+    ChildProcess client(BINDER_PEER_PATH, {"client", name});
+    ASSERT_TRUE(waitUntil([&] {
+        Parcel held;
+        service->transact(lt::kHeldCount, Parcel(), &held);
+        return held.readInt32() == 1;
+    }));
+    // The client holds the service, the service holds the client's object.
+    // The call that brought it may still be finishing on a pool thread.
+    EXPECT_TRUE(waitUntil([&] { return service->getStrongCount() == baseline + 1; }))
+            << service->getStrongCount();
+    client.kill(SIGKILL);
+    client.wait();
+    EXPECT_TRUE(waitUntil([&] { return service->getStrongCount() == baseline; }));
+    // The held proxy now reports its object dead.
+    Parcel fire;
+    Parcel reply;
+    fire.writeInt32(1);
+    ASSERT_EQ(service->transact(lt::kFireHeld, fire, &reply), OK);
+    EXPECT_EQ(reply.readInt32(), 0);
+}
+
+TEST(RemoteServiceTest, ListsOnlyServicesOfLiveProcesses) {
+    const std::string name = uniqueName();
+    sp<lt::PeerService> local = new lt::PeerService();
+    ASSERT_EQ(defaultServiceManager()->addService(String16((name + ".local").c_str()), local), OK);
+    auto peer = std::make_unique<ChildProcess>(BINDER_PEER_PATH,
+                                               std::vector<std::string>{"service", name});
+    ASSERT_NE(defaultServiceManager()->getService(String16(name.c_str())), nullptr);
+
+    auto listed = [&] {
+        std::set<std::string> names;
+        for (const String16& s : defaultServiceManager()->listServices()) {
+            names.insert(String8(s).c_str());
+        }
+        return names;
+    };
+    EXPECT_EQ(listed().count(name), 1u);
+    EXPECT_EQ(listed().count(name + ".local"), 1u);
+    // A local service is the object itself, not a proxy.
+    EXPECT_EQ(defaultServiceManager()->checkService(String16((name + ".local").c_str())).get(),
+              static_cast<IBinder*>(local.get()));
+
+    peer.reset();
+    EXPECT_TRUE(waitUntil([&] { return listed().count(name) == 0; }));
+    EXPECT_EQ(defaultServiceManager()->checkService(String16(name.c_str())), nullptr);
+    EXPECT_EQ(listed().count(name + ".local"), 1u);
+}
+
+TEST(RemoteServiceTest, ForkedChildStartsAfreshWithoutItsParentsSessions) {
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "ThreadSanitizer cannot start threads after a multi-threaded fork";
+#else
+    ProcessState::self()->startThreadPool();
+    const std::string name = uniqueName();
+    ChildProcess peer(BINDER_PEER_PATH, {"service", name});
+    sp<IBinder> service = defaultServiceManager()->getService(String16(name.c_str()));
+    ASSERT_NE(service, nullptr);
+    ASSERT_EQ(addOne(service, 1), 2);
+
+    const pid_t child = fork();
+    if (child == 0) {
+        // The inherited proxy belongs to the parent's session and is dead here.
+        const bool inheritedDead = service->transact(lt::kAddOne, Parcel(), nullptr) == DEAD_OBJECT;
+        sp<IBinder> fresh = defaultServiceManager()->getService(String16(name.c_str()));
+        const bool freshWorks = fresh != nullptr && addOne(fresh, 5) == 6;
+        _exit(inheritedDead && freshWorks ? 0 : 1);
+    }
+    ASSERT_GT(child, 0);
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    EXPECT_EQ(addOne(service, 2), 3);
+#endif
+}
+
+}  // namespace
