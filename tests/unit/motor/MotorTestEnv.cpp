@@ -1,0 +1,123 @@
+#include "tests/unit/motor/MotorTestEnv.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <random>
+
+#include <zlib.h>
+
+#include "tests/support/TestEnv.h"
+
+namespace lumacast::test {
+
+namespace {
+
+const int kLines[] = {146, 147, 150, 151, 152};
+
+void mountFakeSysClass() {
+    static bool mounted = false;
+    if (mounted) return;
+    ASSERT_EQ(0, mount("tmpfs", "/sys/class", "tmpfs", 0, nullptr)) << strerror(errno);
+    ASSERT_EQ(0, mkdir("/sys/class/gpio", 0755));
+    for (int line : kLines) {
+        ASSERT_EQ(0, mkdir(("/sys/class/gpio/gpio" + std::to_string(line)).c_str(), 0755));
+    }
+    mounted = true;
+}
+
+}  // namespace
+
+int fdCount() {
+    DIR* d = opendir("/proc/self/fd");
+    if (d == nullptr) return -1;
+    int n = 0;
+    while (struct dirent* e = readdir(d)) {
+        if (e->d_name[0] != '.') ++n;
+    }
+    closedir(d);
+    return n - 1;  // the directory's own descriptor
+}
+
+void MotorTest::SetUp() {
+    devsim::reset();
+    mountFakeSysClass();
+    // The platform leaves both motor lines idle high, the camera down, the switch off.
+    setGpio(146, "1");
+    setGpio(147, "1");
+    setGpio(150, "1");
+    setGpio(151, "1");
+    setGpio(152, "0");
+    mFdBaseline = fdCount();
+}
+
+void MotorTest::TearDown() {
+    EXPECT_EQ(0, devsim::openDescriptors()) << "a simulated device was left open";
+    EXPECT_EQ(mFdBaseline, fdCount()) << "a descriptor was leaked";
+    devsim::reset();
+}
+
+std::string MotorTest::gpioPath(int line) {
+    return "/sys/class/gpio/gpio" + std::to_string(line) + "/value";
+}
+
+// Plain open/write: the stdio route would get the sysfs treatment (no truncation).
+void MotorTest::setGpio(int line, const std::string& value) {
+    const int fd = open(gpioPath(line).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(static_cast<ssize_t>(value.size()), write(fd, value.data(), value.size()));
+    close(fd);
+}
+
+std::string MotorTest::gpio(int line) {
+    const int fd = open(gpioPath(line).c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return "<missing>";
+    char buf[16];
+    const ssize_t n = read(fd, buf, sizeof(buf));
+    close(fd);
+    return std::string(buf, n > 0 ? static_cast<size_t>(n) : 0);
+}
+
+void MotorTest::removeGpio(int line) {
+    unlink(gpioPath(line).c_str());
+}
+
+std::string MotorTest::writeImage(size_t size, std::vector<uint8_t>* bytes, uint32_t seed) {
+    *bytes = randomBytes(size, seed);
+    const std::string path = testTempDir() + "/image-" + std::to_string(size) + ".bin";
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(bytes->data()), static_cast<std::streamsize>(size));
+    return path;
+}
+
+std::vector<uint8_t> randomBytes(size_t n, uint32_t seed) {
+    std::mt19937 gen(seed);
+    std::vector<uint8_t> out(n);
+    for (auto& b : out) b = static_cast<uint8_t>(gen());
+    return out;
+}
+
+uint32_t le32(const uint8_t* p) {
+    return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 |
+           static_cast<uint32_t>(p[2]) << 16 | static_cast<uint32_t>(p[3]) << 24;
+}
+
+uint16_t le16(const uint8_t* p) {
+    return static_cast<uint16_t>(p[0] | p[1] << 8);
+}
+
+uint32_t zlibCrc(const uint8_t* p, size_t n) {
+    return static_cast<uint32_t>(crc32(0, p, static_cast<uInt>(n)));
+}
+
+std::vector<uint64_t> pauseLengths() {
+    std::vector<uint64_t> out;
+    for (const devsim::Pause& p : devsim::pauses()) out.push_back(p.us);
+    return out;
+}
+
+}  // namespace lumacast::test

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "tools/devsim/DevSim.h"
+
+namespace lumacast::test {
+
+// Every motor test runs against a fresh devsim board (all devices present) and fake GPIO
+// value files on a tmpfs over /sys/class (this binary runs in its own mount namespace), and
+// must leave no descriptor open behind it.
+class MotorTest : public ::testing::Test {
+public:
+
+    static std::string gpioPath(int line);
+    static void setGpio(int line, const std::string& value);
+    static std::string gpio(int line);
+    static void removeGpio(int line);
+
+    // A file of `size` pseudo-random bytes in the test's temporary directory.
+    static std::string writeImage(size_t size, std::vector<uint8_t>* bytes, uint32_t seed = 1);
+
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+private:
+    int mFdBaseline = 0;
+};
+
+int fdCount();
+std::vector<uint8_t> randomBytes(size_t n, uint32_t seed);
+uint32_t le32(const uint8_t* p);
+uint16_t le16(const uint8_t* p);
+// zlib's CRC-32, independent of the product's.
+uint32_t zlibCrc(const uint8_t* p, size_t n);
+// Microseconds of every recorded pause, in order.
+std::vector<uint64_t> pauseLengths();
+
+}  // namespace lumacast::test

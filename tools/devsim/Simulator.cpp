@@ -1,0 +1,473 @@
+#include "tools/devsim/Simulator.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <linux/i2c-dev.h>
+#include <linux/i2c.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+
+#include "tools/devsim/DevSim.h"
+
+namespace lumacast::devsim {
+
+namespace {
+
+constexpr size_t kMaxLogEntries = 100000;
+constexpr unsigned int kVenusReadPin = 0x80217201u;
+constexpr size_t kPinNameLen = 32;
+
+struct PinValue {  // the vendor driver's named-pin record
+    char name[kPinNameLen];
+    uint8_t value;
+};
+static_assert(sizeof(PinValue) == 33, "vendor record layout");
+
+struct OpenDevice {
+    internal::DeviceKind kind;
+    int bus;
+};
+
+struct State {
+    std::mutex mutex;
+    Board board = Board::All;
+    std::map<int, bool> busPresent;
+    BirchMcu birch;
+    CedarMcu cedar2;
+    CedarMcu cedar1;
+    std::vector<Fault> faults;
+    bool venusPresent = true;
+    bool venusRefuses = false;
+    std::map<std::string, uint8_t> pins;
+    std::deque<PinRequest> pinRequests;
+    std::map<int, OpenDevice> open;
+    std::deque<Transfer> transfers;
+    bool virtualTime = false;
+    uint64_t clockUs = 0;
+    std::deque<Pause> pauses;
+    std::function<void(uint64_t)> pauseHook;
+    int logFd = -1;
+
+    State() { resetLocked(); }
+
+    void resetLocked() {
+        applyBoard(Board::All);
+        birch.reset();
+        cedar1.reset();
+        cedar2.reset();
+        faults.clear();
+        venusRefuses = false;
+        pins.clear();
+        pins["PIN_CAM_DET_SOC"] = 1;
+        pinRequests.clear();
+        transfers.clear();
+        virtualTime = false;
+        clockUs = 0;
+        pauses.clear();
+        pauseHook = nullptr;
+    }
+
+    void applyBoard(Board b) {
+        board = b;
+        busPresent.clear();
+        busPresent[1] = b == Board::All || b == Board::Damson;
+        busPresent[2] = b == Board::All || b == Board::Birch || b == Board::Cedar;
+        venusPresent = b == Board::All || b == Board::Damson;
+    }
+
+    I2cChip* chip(int bus, uint16_t addr) {
+        if (bus == kBirchBus && addr == kBirchAddr &&
+            (board == Board::All || board == Board::Birch)) {
+            return &birch;
+        }
+        if (bus == kCedarBus && addr == kCedarAddr &&
+            (board == Board::All || board == Board::Cedar)) {
+            return &cedar2;
+        }
+        if (bus == kDamsonBus && addr == kCedarAddr &&
+            (board == Board::All || board == Board::Damson)) {
+            return &cedar1;
+        }
+        return nullptr;
+    }
+};
+
+// Never destroyed: interposed calls may arrive from atexit handlers after static
+// destructors have run.
+State& state() {
+    static State* s = [] {
+        internal::interposerLinked();
+        return new State;
+    }();
+    return *s;
+}
+
+thread_local bool tDeviceThread = false;
+
+template <typename T>
+void pushCapped(std::deque<T>& q, T v) {
+    if (q.size() >= kMaxLogEntries) q.pop_front();
+    q.push_back(std::move(v));
+}
+
+bool faultRefuses(State& s, int bus, const i2c_msg* msgs, uint32_t n, int* error) {
+    const int addr = msgs[0].addr;
+    const int reg = (!(msgs[0].flags & I2C_M_RD) && msgs[0].len > 0) ? msgs[0].buf[0] : -1;
+    bool hasRead = false;
+    for (uint32_t i = 0; i < n; ++i) hasRead = hasRead || (msgs[i].flags & I2C_M_RD);
+    for (Fault& f : s.faults) {
+        if (f.count == 0) continue;
+        if ((f.bus >= 0 && f.bus != bus) || (f.addr >= 0 && f.addr != addr) ||
+            (f.reg >= 0 && f.reg != reg)) {
+            continue;
+        }
+        if ((f.kind == Fault::Kind::Write && hasRead) || (f.kind == Fault::Kind::Read && !hasRead)) {
+            continue;
+        }
+        if (f.skip > 0) {
+            --f.skip;
+            return false;
+        }
+        if (f.count > 0) --f.count;
+        *error = f.error;
+        return true;
+    }
+    return false;
+}
+
+void logTransfer(State& s, Transfer t) {
+    if (s.logFd >= 0) {
+        const std::string line = internal::formatTransfer(t) + "\n";
+        // Best effort: a full disk must not change what the daemon sees.
+        const ssize_t written = write(s.logFd, line.data(), line.size());
+        (void)written;
+    }
+    pushCapped(s.transfers, std::move(t));
+}
+
+int i2cTransfer(State& s, int bus, i2c_rdwr_ioctl_data* data) {
+    if (data == nullptr) return -EFAULT;
+    if (data->nmsgs > I2C_RDWR_IOCTL_MAX_MSGS) return -EINVAL;
+    if (data->nmsgs == 0) return 0;
+    if (data->msgs == nullptr) return -EFAULT;
+    const uint32_t n = data->nmsgs;
+    i2c_msg* msgs = data->msgs;
+    for (uint32_t i = 0; i < n; ++i) {
+        if (msgs[i].len > 8192) return -EINVAL;
+        if (msgs[i].len > 0 && msgs[i].buf == nullptr) return -EFAULT;
+    }
+    Transfer t;
+    t.timeUs = s.clockUs;
+    t.bus = bus;
+    for (uint32_t i = 0; i < n; ++i) {
+        Message m;
+        m.addr = msgs[i].addr;
+        m.read = (msgs[i].flags & I2C_M_RD) != 0;
+        if (!m.read) m.data.assign(msgs[i].buf, msgs[i].buf + msgs[i].len);
+        t.msgs.push_back(std::move(m));
+    }
+    int error = 0;
+    if (!s.busPresent[bus]) {
+        error = ENODEV;
+    } else if (!faultRefuses(s, bus, msgs, n, &error)) {
+        for (uint32_t i = 0; i < n && error == 0; ++i) {
+            if (s.chip(bus, msgs[i].addr) == nullptr) error = ENXIO;
+        }
+    }
+    if (error != 0) {
+        t.error = error;
+        logTransfer(s, std::move(t));
+        return -error;
+    }
+    std::map<uint16_t, uint8_t> selected;  // register pointer per address in this transfer
+    for (uint32_t i = 0; i < n; ++i) {
+        I2cChip* c = s.chip(bus, msgs[i].addr);
+        if (msgs[i].flags & I2C_M_RD) {
+            c->read(selected[msgs[i].addr], msgs[i].buf, msgs[i].len);
+            t.msgs[i].data.assign(msgs[i].buf, msgs[i].buf + msgs[i].len);
+        } else if (msgs[i].len == 1 && i + 1 < n && (msgs[i + 1].flags & I2C_M_RD)) {
+            selected[msgs[i].addr] = msgs[i].buf[0];
+        } else {
+            c->write(msgs[i].buf, msgs[i].len);
+        }
+    }
+    logTransfer(s, std::move(t));
+    return static_cast<int>(n);
+}
+
+int venusRequest(State& s, unsigned long request, void* arg) {
+    if (static_cast<unsigned int>(request) != kVenusReadPin) return -ENOTTY;
+    if (arg == nullptr) return -EFAULT;
+    PinValue* pin = static_cast<PinValue*>(arg);
+    PinRequest r;
+    if (memchr(pin->name, '\0', kPinNameLen) == nullptr) {
+        r.error = EINVAL;
+    } else {
+        r.name = pin->name;
+        auto it = s.pins.find(r.name);
+        if (s.venusRefuses) {
+            r.error = EIO;
+        } else if (it == s.pins.end()) {
+            r.error = EINVAL;
+        } else {
+            pin->value = it->second;
+        }
+    }
+    const int error = r.error;
+    pushCapped(s.pinRequests, std::move(r));
+    return error == 0 ? 0 : -error;
+}
+
+}  // namespace
+
+namespace internal {
+
+DeviceKind classify(const char* path, int* bus) {
+    if (path == nullptr) return DeviceKind::None;
+    if (strcmp(path, "/dev/venus_gpio") == 0) return DeviceKind::Venus;
+    static const char kI2c[] = "/dev/i2c-";
+    if (strncmp(path, kI2c, sizeof(kI2c) - 1) != 0) return DeviceKind::None;
+    const char* digits = path + sizeof(kI2c) - 1;
+    if (*digits == '\0' || strlen(digits) > 3) return DeviceKind::None;
+    int value = 0;
+    for (const char* p = digits; *p != '\0'; ++p) {
+        if (*p < '0' || *p > '9') return DeviceKind::None;
+        value = value * 10 + (*p - '0');
+    }
+    *bus = value;
+    return DeviceKind::I2c;
+}
+
+bool isGpioValuePath(const char* path) {
+    static const char kPrefix[] = "/sys/class/gpio/";
+    static const char kSuffix[] = "/value";
+    if (path == nullptr || strncmp(path, kPrefix, sizeof(kPrefix) - 1) != 0) return false;
+    const size_t len = strlen(path);
+    return len > sizeof(kPrefix) - 1 + sizeof(kSuffix) - 1 &&
+           strcmp(path + len - (sizeof(kSuffix) - 1), kSuffix) == 0;
+}
+
+int openDevice(DeviceKind kind, int bus, int flags) {
+    markDeviceThread();
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    const bool present = kind == DeviceKind::Venus ? s.venusPresent : s.busPresent[bus];
+    if (!present) {
+        errno = ENOENT;
+        return -1;
+    }
+    char name[32];
+    snprintf(name, sizeof(name), kind == DeviceKind::Venus ? "devsim-venus_gpio" : "devsim-i2c-%d",
+             bus);
+    const int fd = memfd_create(name, (flags & O_CLOEXEC) ? MFD_CLOEXEC : 0);
+    if (fd < 0) return -1;
+    s.open[fd] = OpenDevice{kind, bus};
+    return fd;
+}
+
+void forgetDescriptor(int fd) {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.open.erase(fd);
+}
+
+bool handleIoctl(int fd, unsigned long request, void* arg, int* result) {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    auto it = s.open.find(fd);
+    if (it == s.open.end()) return false;
+    int ret = 0;
+    if (it->second.kind == DeviceKind::Venus) {
+        ret = s.venusPresent ? venusRequest(s, request, arg) : -ENODEV;
+    } else if (request == I2C_RDWR) {
+        ret = i2cTransfer(s, it->second.bus, static_cast<i2c_rdwr_ioctl_data*>(arg));
+    } else {
+        ret = -ENOTTY;
+    }
+    if (ret < 0) {
+        errno = -ret;
+        *result = -1;
+    } else {
+        *result = ret;
+    }
+    return true;
+}
+
+void markDeviceThread() {
+    tDeviceThread = true;
+}
+
+bool pause(uint64_t us) {
+    if (!tDeviceThread) return false;
+    State& s = state();
+    bool virtualTime;
+    std::function<void(uint64_t)> hook;
+    {
+        std::lock_guard<std::mutex> lock(s.mutex);
+        virtualTime = s.virtualTime;
+        pushCapped(s.pauses, Pause{s.clockUs, us});
+        if (virtualTime) s.clockUs += us;
+        hook = s.pauseHook;
+    }
+    if (hook) hook(us);
+    return virtualTime;
+}
+
+std::string formatTransfer(const Transfer& t) {
+    std::string out = "t=" + std::to_string(t.timeUs) + " i2c-" + std::to_string(t.bus);
+    char hex[16];
+    for (const Message& m : t.msgs) {
+        snprintf(hex, sizeof(hex), " %c 0x%02x:", m.read ? 'R' : 'W', m.addr);
+        out += hex;
+        for (uint8_t b : m.data) {
+            snprintf(hex, sizeof(hex), " %02x", b);
+            out += hex;
+        }
+        out += " |";
+    }
+    out += t.error == 0 ? " ok" : std::string(" refused ") + strerror(t.error);
+    return out;
+}
+
+void setTransferLogFd(int fd) {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.logFd = fd;
+}
+
+}  // namespace internal
+
+void reset() {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.resetLocked();
+}
+
+void setBoard(Board board) {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.applyBoard(board);
+}
+
+void setBusPresent(int bus, bool present) {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.busPresent[bus] = present;
+}
+
+void addFault(const Fault& fault) {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.faults.push_back(fault);
+}
+
+void clearFaults() {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.faults.clear();
+}
+
+void setVenusPresent(bool present) {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.venusPresent = present;
+}
+
+void setVenusRefuses(bool refuses) {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.venusRefuses = refuses;
+}
+
+void setPin(const std::string& name, uint8_t value) {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.pins[name] = value;
+}
+
+std::vector<PinRequest> pinRequests() {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    return {s.pinRequests.begin(), s.pinRequests.end()};
+}
+
+void withBirch(const std::function<void(BirchMcu&)>& fn) {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    fn(s.birch);
+}
+
+void withCedar(int bus, const std::function<void(CedarMcu&)>& fn) {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    fn(bus == kDamsonBus ? s.cedar1 : s.cedar2);
+}
+
+std::vector<Transfer> transfers() {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    return {s.transfers.begin(), s.transfers.end()};
+}
+
+void clearTransfers() {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.transfers.clear();
+}
+
+std::vector<std::vector<uint8_t>> writesTo(int bus, int addr, int reg) {
+    std::vector<std::vector<uint8_t>> out;
+    for (const Transfer& t : transfers()) {
+        if (t.bus != bus || t.error != 0 || t.msgs.size() != 1) continue;
+        const Message& m = t.msgs[0];
+        if (m.read || m.addr != addr || m.data.empty() || m.data[0] != reg) continue;
+        out.emplace_back(m.data.begin() + 1, m.data.end());
+    }
+    return out;
+}
+
+int openDescriptors() {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    return static_cast<int>(s.open.size());
+}
+
+void setVirtualTime(bool on) {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.virtualTime = on;
+}
+
+uint64_t nowUs() {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    return s.clockUs;
+}
+
+std::vector<Pause> pauses() {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    return {s.pauses.begin(), s.pauses.end()};
+}
+
+void clearPauses() {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.pauses.clear();
+}
+
+void setPauseHook(std::function<void(uint64_t us)> hook) {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.pauseHook = std::move(hook);
+}
+
+}  // namespace lumacast::devsim
