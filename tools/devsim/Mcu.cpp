@@ -80,6 +80,7 @@ bool BirchMcu::write(const uint8_t* data, size_t len) {
             finished = false;
             infoTotalSize = infoTotalPackages = -1;
             mStatusIndex = 0;
+            statusPolls = 0;
             acknowledge(kid, 0);
             break;
         case 2:

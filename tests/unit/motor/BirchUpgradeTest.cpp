@@ -1,0 +1,276 @@
+#include <sys/stat.h>
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <lumacast/host/LogCapture.h>
+
+#include "motor/MotorBirch.h"
+#include "motor/lowlevel/MotorResult.h"
+#include "tests/support/TestEnv.h"
+#include "tests/unit/motor/MotorTestEnv.h"
+
+using namespace android::lumacast;
+using lumacast::host::LogCapture;
+namespace devsim = lumacast::devsim;
+
+namespace lumacast::test {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+class BirchUpgradeTest : public MotorTest {
+protected:
+    void SetUp() override {
+        MotorTest::SetUp();
+        devsim::setBoard(devsim::Board::Birch);
+    }
+
+    static std::vector<Bytes> frames() { return devsim::writesTo(2, 0x42, 0x20); }
+
+    // A frame as the MCU expects it, built here with zlib's CRC.
+    static Bytes frame(uint8_t kid, const Bytes& payload) {
+        const size_t len = 1 + payload.size() + 4;
+        Bytes f = {0x55, static_cast<uint8_t>(len), static_cast<uint8_t>(len >> 8), kid};
+        f.insert(f.end(), payload.begin(), payload.end());
+        const uint32_t crc = zlibCrc(f.data() + 3, 1 + payload.size());
+        for (int i = 0; i < 4; ++i) f.push_back(static_cast<uint8_t>(crc >> (8 * i)));
+        return f;
+    }
+
+    // Checks request, information, packages and finish frames of a whole upgrade.
+    static void expectFrames(const Bytes& image, const std::vector<uint16_t>& lengths) {
+        const std::vector<Bytes> sent = frames();
+        ASSERT_EQ(lengths.size() + 3, sent.size());
+        EXPECT_EQ(frame(1, {}), sent[0]);
+        const size_t packages = lengths.size();
+        EXPECT_EQ(frame(2, {static_cast<uint8_t>(image.size()),
+                            static_cast<uint8_t>(image.size() >> 8),
+                            static_cast<uint8_t>(packages), 0}),
+                  sent[1]);
+        size_t offset = 0;
+        for (size_t i = 0; i < packages; ++i) {
+            const Bytes& f = sent[2 + i];
+            EXPECT_EQ(lengths[i], le16(f.data() + 1)) << "package " << i;
+            const size_t n = lengths[i] - 5;
+            EXPECT_EQ(frame(3, Bytes(image.begin() + offset, image.begin() + offset + n)), f);
+            offset += n;
+        }
+        EXPECT_EQ(image.size(), offset);
+        EXPECT_EQ(frame(4, {}), sent.back());
+    }
+};
+
+TEST_F(BirchUpgradeTest, ImageOf2500BytesGoesInThreePackages) {
+    Bytes image;
+    const std::string path = writeImage(2500, &image);
+    devsim::VirtualTime vt;
+    LogCapture log;
+    EXPECT_EQ(MOTOR_OK, MotorBirch().motor_mcu_upgrade(path));
+
+    // The request is exactly 55 05 00 01 and the CRC of the byte 01.
+    EXPECT_EQ((Bytes{0x55, 0x05, 0x00, 0x01, 0x1B, 0xDF, 0x05, 0xA5}), frames().at(0));
+    expectFrames(image, {0x0405, 0x0405, 0x01C9});
+    devsim::withBirch([&](devsim::BirchMcu& m) {
+        EXPECT_EQ(image, m.image);
+        EXPECT_EQ(6, m.ackReads);
+        EXPECT_EQ(1, m.statusPolls);
+    });
+    // 100 ms before the information, after each package and before the finish.
+    EXPECT_EQ((std::vector<uint64_t>(5, 100000)), pauseLengths());
+    EXPECT_TRUE(log.contains("path : " + path + ", totalsize : 2500, totalpackage : 3"));
+    EXPECT_TRUE(log.contains("func=upgrade_status_print,update success", ANDROID_LOG_INFO));
+}
+
+TEST_F(BirchUpgradeTest, ImageOf2048BytesGoesInTwoFullPackages) {
+    Bytes image;
+    const std::string path = writeImage(2048, &image);
+    devsim::VirtualTime vt;
+    EXPECT_EQ(MOTOR_OK, MotorBirch().motor_mcu_upgrade(path));
+    expectFrames(image, {0x0405, 0x0405});
+}
+
+TEST_F(BirchUpgradeTest, AcknowledgementFaultsEndTheirStep) {
+    struct Case {
+        const char* name;
+        devsim::BirchMcu::AckFault fault;
+        int result;
+        size_t frames;
+        const char* line;
+    } cases[] = {
+            {"request acked for another kid", {1, 0, 1, -1, 2, 0, false}, MOTOR_ERR_DEVICE, 1,
+             "func=get_cmd_receive_status,receive_kidcmd=1, read_kidcmd=2 \n"},
+            {"request ack with a bad head", {1, 0, 1, 0x5A, -1, -1, false}, MOTOR_ERR_DEVICE, 1,
+             "func=get_cmd_receive_status,data head=5a err"},
+            {"information ack with a bad CRC", {2, 0, 1, -1, -1, -1, true}, MOTOR_ERR_DEVICE, 2,
+             "fun = mcu_upgrade_gpio, send_package_info fail"},
+            {"information refused", {2, 0, 1, -1, -1, 1, false}, MOTOR_ERR_DEVICE, 2,
+             "func=get_cmd_receive_status, read_status=1\n"},
+            {"packages refused", {3, 0, -1, -1, -1, 1, false}, MOTOR_OK, 6,
+             "func=upgrade_status_print,update success"},
+            {"finish refused", {4, 0, 1, -1, -1, 1, false}, MOTOR_ERR_DEVICE, 6,
+             "func=mcu_upgrade_gpio, get_cmd_receive_status MCU_UPGRADE_KIDCMD_SEND_OVER fail"},
+    };
+    Bytes image;
+    const std::string path = writeImage(2500, &image);
+    devsim::VirtualTime vt;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        devsim::withBirch([&](devsim::BirchMcu& m) {
+            m.reset();
+            m.ackFaults = {c.fault};
+        });
+        devsim::clearTransfers();
+        LogCapture log;
+        EXPECT_EQ(c.result, MotorBirch().motor_mcu_upgrade(path));
+        EXPECT_EQ(c.frames, frames().size());
+        EXPECT_TRUE(log.contains(c.line)) << c.line;
+    }
+}
+
+TEST_F(BirchUpgradeTest, FinalStatusIsPolledAndOnlyLogged) {
+    Bytes image;
+    const std::string path = writeImage(100, &image);
+    devsim::VirtualTime vt;
+    {
+        LogCapture log;
+        devsim::withBirch([](devsim::BirchMcu& m) { m.statusReplies = {3, 3, 1}; });
+        EXPECT_EQ(MOTOR_OK, MotorBirch().motor_mcu_upgrade(path));
+        EXPECT_EQ(2u, log.count("func=upgrade_status_print,update crc err", ANDROID_LOG_INFO));
+        EXPECT_EQ(1u, log.count("func=upgrade_status_print,update success"));
+        devsim::withBirch([](devsim::BirchMcu& m) { EXPECT_EQ(3, m.statusPolls); });
+        EXPECT_TRUE(log.contains("fun = check_upgrade_status, wait_cnt = 47"));
+        EXPECT_FALSE(log.contains("fun = check_upgrade_status, wait_cnt = 46"));
+    }
+    {
+        LogCapture log;
+        devsim::clearPauses();
+        devsim::withBirch([](devsim::BirchMcu& m) { m.statusReplies = {0, 2, 9}; });
+        EXPECT_EQ(MOTOR_OK, MotorBirch().motor_mcu_upgrade(path));
+        devsim::withBirch([](devsim::BirchMcu& m) { EXPECT_EQ(50, m.statusPolls); });
+        EXPECT_TRUE(log.contains("func=upgrade_status_print,do not update"));
+        EXPECT_TRUE(log.contains("func=upgrade_status_print,update filesize err"));
+        EXPECT_EQ(48u, log.count("func=upgrade_status_print,update unknow err"));
+        EXPECT_TRUE(log.contains("fun = check_upgrade_status, wait_cnt = 0"));
+        // Three step pauses and 49 between the 50 polls.
+        EXPECT_EQ((std::vector<uint64_t>(3 + 49, 100000)), pauseLengths());
+    }
+    {
+        LogCapture log;
+        devsim::withBirch([](devsim::BirchMcu& m) {
+            m.statusReplies.clear();
+            m.statusBadCrc = true;
+        });
+        EXPECT_EQ(MOTOR_OK, MotorBirch().motor_mcu_upgrade(path));
+        devsim::withBirch([](devsim::BirchMcu& m) { EXPECT_EQ(1, m.statusPolls); });
+        EXPECT_EQ(1u, log.countContaining("func=get_upgrade_status,ori_crc="));
+        EXPECT_TRUE(log.contains("func=check_upgrade_status,get upgrade status fail"));
+    }
+}
+
+TEST_F(BirchUpgradeTest, ImagesThatCannotBeSentEndTheUpgrade) {
+    const std::string dir = testTempDir();
+    const std::string missing = dir + "/no-such-image.bin";
+    const std::string directory = dir + "/image-dir";
+    mkdir(directory.c_str(), 0755);
+    Bytes bytes;
+    const std::string empty = writeImage(0, &bytes);
+    const std::string tooBig = writeImage(65536, &bytes);
+    struct {
+        std::string path;
+        Bytes info;
+        const char* line;
+    } cases[] = {
+            // Unknown size: -1 cut to 16 bits, 64 packages announced before the file is opened.
+            {missing, {0xFF, 0xFF, 64, 0}, "fun = send_package, open %s fail"},
+            {directory, {}, "func = send_package, fread file size with 0."},
+            {empty, {0, 0, 0, 0}, nullptr},
+            {tooBig, {0, 0, 0, 0}, nullptr},
+    };
+    devsim::VirtualTime vt;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.path);
+        devsim::clearTransfers();
+        LogCapture log;
+        EXPECT_EQ(MOTOR_ERR_DEVICE, MotorBirch().motor_mcu_upgrade(c.path));
+        const auto sent = frames();
+        ASSERT_EQ(2u, sent.size()) << "no package and no finish";
+        if (!c.info.empty()) {
+            EXPECT_EQ(frame(2, c.info), sent[1]);
+        }
+        EXPECT_TRUE(log.contains("fun = mcu_upgrade_gpio, send_package fail", ANDROID_LOG_ERROR));
+        if (c.line != nullptr) {
+            std::string line = c.line;
+            const size_t at = line.find("%s");
+            if (at != std::string::npos) line.replace(at, 2, c.path);
+            EXPECT_TRUE(log.contains(line)) << line;
+        }
+    }
+}
+
+TEST_F(BirchUpgradeTest, BusFailuresDuringPackagesStopTheTransfer) {
+    Bytes image;
+    const std::string path = writeImage(3000, &image);
+    devsim::VirtualTime vt;
+
+    // Bus gone before the request.
+    devsim::setBusPresent(2, false);
+    EXPECT_EQ(MOTOR_ERR_DEVICE, MotorBirch().motor_mcu_upgrade(path));
+    devsim::setBusPresent(2, true);
+
+    // Bus gone after the first package: a stop frame is tried, the file is closed.
+    {
+        LogCapture log;
+        int seen = 0;
+        devsim::setPauseHook([&](uint64_t) {
+            if (++seen == 2) devsim::setBusPresent(2, false);
+        });
+        EXPECT_EQ(MOTOR_ERR_DEVICE, MotorBirch().motor_mcu_upgrade(path));
+        devsim::setPauseHook(nullptr);
+        devsim::setBusPresent(2, true);
+        EXPECT_TRUE(log.contains("fun = send_finish, iic_write stop_package ret = 4096"));
+    }
+
+    // The second package refused on the bus five times: the transfer is closed with a stop
+    // frame and given up, rather than going on with the file one package ahead.
+    {
+        devsim::withBirch([](devsim::BirchMcu& m) { m.reset(); });
+        devsim::clearTransfers();
+        devsim::clearPauses();
+        devsim::Fault refuse;
+        refuse.reg = 0x20;
+        refuse.skip = 3;
+        refuse.count = 5;
+        devsim::addFault(refuse);
+        LogCapture log;
+        EXPECT_EQ(MOTOR_ERR_DEVICE, MotorBirch().motor_mcu_upgrade(path));
+        const auto sent = frames();
+        ASSERT_EQ(4u, sent.size());
+        EXPECT_EQ(frame(4, {}), sent[3]);
+        EXPECT_TRUE(log.contains("fun = send_finish, iic_write stop_package ret = 0"));
+        EXPECT_EQ(5u, log.count("fun = send_package, iic_write ret = -1"));
+        devsim::withBirch([&](devsim::BirchMcu& m) {
+            EXPECT_EQ(Bytes(image.begin(), image.begin() + 1024), m.image);
+        });
+        EXPECT_EQ((std::vector<uint64_t>{100000, 100000, 5000, 5000, 5000, 5000, 5000}),
+                  pauseLengths());
+    }
+
+    // Refused four times, then through: the package is delivered on the fifth attempt.
+    {
+        devsim::withBirch([](devsim::BirchMcu& m) { m.reset(); });
+        devsim::clearFaults();
+        devsim::Fault refuse;
+        refuse.reg = 0x20;
+        refuse.skip = 3;
+        refuse.count = 4;
+        devsim::addFault(refuse);
+        EXPECT_EQ(MOTOR_OK, MotorBirch().motor_mcu_upgrade(path));
+        devsim::withBirch([&](devsim::BirchMcu& m) { EXPECT_EQ(image, m.image); });
+    }
+}
+
+}  // namespace
+}  // namespace lumacast::test

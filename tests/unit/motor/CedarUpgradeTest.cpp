@@ -1,0 +1,233 @@
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <lumacast/host/LogCapture.h>
+
+#include "motor/MotorCedar.h"
+#include "motor/MotorDamson.h"
+#include "motor/lowlevel/MotorResult.h"
+#include "tests/support/TestEnv.h"
+#include "tests/unit/motor/MotorTestEnv.h"
+
+using namespace android::lumacast;
+using lumacast::host::LogCapture;
+namespace devsim = lumacast::devsim;
+
+namespace lumacast::test {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+// Length, payload, CRC-32 of both, built here with zlib's CRC.
+Bytes frame(const Bytes& payload) {
+    Bytes f = {static_cast<uint8_t>(payload.size()), static_cast<uint8_t>(payload.size() >> 8)};
+    f.insert(f.end(), payload.begin(), payload.end());
+    const uint32_t crc = zlibCrc(f.data(), f.size());
+    for (int i = 0; i < 4; ++i) f.push_back(static_cast<uint8_t>(crc >> (8 * i)));
+    return f;
+}
+
+Bytes le(uint32_t v, int bytes) {
+    Bytes out;
+    for (int i = 0; i < bytes; ++i) out.push_back(static_cast<uint8_t>(v >> (8 * i)));
+    return out;
+}
+
+Bytes packageFrame(const Bytes& image, size_t offset, size_t n, uint32_t number) {
+    Bytes payload = le(static_cast<uint32_t>(n), 2);
+    const Bytes k = le(number, 4);
+    payload.insert(payload.end(), k.begin(), k.end());
+    payload.insert(payload.end(), image.begin() + offset, image.begin() + offset + n);
+    return frame(payload);
+}
+
+class CedarUpgradeTest : public MotorTest {
+protected:
+    void SetUp() override {
+        MotorTest::SetUp();
+        devsim::setBoard(devsim::Board::Cedar);
+    }
+    static std::vector<Bytes> writes(int reg) { return devsim::writesTo(2, 0x28, reg); }
+};
+
+TEST_F(CedarUpgradeTest, ImageOf600BytesGoesInThreeNumberedPackages) {
+    Bytes image;
+    const std::string path = writeImage(600, &image);
+    devsim::VirtualTime vt;
+    LogCapture log;
+    EXPECT_EQ(MOTOR_OK, MotorCedar().motor_mcu_upgrade(path));
+
+    const Bytes request = frame({0x51});
+    EXPECT_EQ((std::vector<Bytes>{request}), writes(0xE0));
+    EXPECT_EQ((std::vector<Bytes>{frame({0x58, 0x02, 0, 0, 0x03, 0, 0, 0})}), writes(0xE2));
+    const auto packages = writes(0xE4);
+    ASSERT_EQ(3u, packages.size());
+    EXPECT_EQ(268u, packages[0].size());
+    EXPECT_EQ(262, le16(packages[0].data()));
+    EXPECT_EQ(packageFrame(image, 0, 256, 1), packages[0]);
+    EXPECT_EQ(packageFrame(image, 256, 256, 2), packages[1]);
+    EXPECT_EQ(100u, packages[2].size());
+    EXPECT_EQ(packageFrame(image, 512, 88, 3), packages[2]);
+    EXPECT_EQ((std::vector<Bytes>{request}), writes(0xE6));
+
+    devsim::withCedar(2, [&](devsim::CedarMcu& m) {
+        EXPECT_TRUE(m.finished);
+        EXPECT_EQ(image, m.image());
+    });
+    // One 5 s poll for readiness, 500 ms before each package answer, 5 ms before the finish
+    // answer.
+    EXPECT_EQ((std::vector<uint64_t>{5000000, 500000, 500000, 500000, 5000}), pauseLengths());
+    EXPECT_TRUE(log.contains("path : " + path +
+                             ", totalsize : 600, totalpackage : 3, lastpkgsize : 88"));
+    EXPECT_TRUE(log.contains("cur_send_package_index = 3"));
+}
+
+TEST_F(CedarUpgradeTest, ImageOf512BytesGoesInTwoFullPackages) {
+    Bytes image;
+    const std::string path = writeImage(512, &image);
+    devsim::VirtualTime vt;
+    LogCapture log;
+    EXPECT_EQ(MOTOR_OK, MotorCedar().motor_mcu_upgrade(path));
+    const auto packages = writes(0xE4);
+    ASSERT_EQ(2u, packages.size());
+    EXPECT_EQ(packageFrame(image, 256, 256, 2), packages[1]);
+    EXPECT_TRUE(log.contains("path : " + path +
+                             ", totalsize : 512, totalpackage : 2, lastpkgsize : 0"));
+}
+
+TEST_F(CedarUpgradeTest, EmptyOrMissingImageEndsBeforeAnyPackage) {
+    Bytes bytes;
+    const std::string empty = writeImage(0, &bytes);
+    const std::string missing = testTempDir() + "/missing.bin";
+    devsim::VirtualTime vt;
+    struct {
+        std::string path;
+        Bytes info;
+    } cases[] = {
+            {empty, {0, 0, 0, 0, 0, 0, 0, 0}},
+            // Unknown size: -1 as 32 bits, 0x1000000 packages.
+            {missing, {0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 1}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.path);
+        devsim::clearTransfers();
+        LogCapture log;
+        EXPECT_EQ(MOTOR_ERR_DEVICE, MotorCedar().motor_mcu_upgrade(c.path));
+        EXPECT_EQ(1u, writes(0xE0).size());
+        EXPECT_EQ((std::vector<Bytes>{frame(c.info)}), writes(0xE2));
+        EXPECT_TRUE(writes(0xE4).empty());
+        EXPECT_TRUE(writes(0xE6).empty());
+        EXPECT_TRUE(log.contains("fun = mcu_upgrade_iic, send_package fail", ANDROID_LOG_ERROR));
+    }
+}
+
+TEST_F(CedarUpgradeTest, ReadinessAndInformationAreRetriedThenGivenUp) {
+    Bytes image;
+    const std::string path = writeImage(300, &image);
+    devsim::VirtualTime vt;
+
+    // An MCU that never gets ready is polled 50 times, 5 s apart.
+    devsim::withCedar(2, [](devsim::CedarMcu& m) { m.readyAfterPolls = -1; });
+    LogCapture log;
+    EXPECT_EQ(MOTOR_ERR_DEVICE, MotorCedar().motor_mcu_upgrade(path));
+    EXPECT_EQ((std::vector<uint64_t>(50, 5000000)), pauseLengths());
+    EXPECT_EQ(250000000u, devsim::nowUs());
+    EXPECT_TRUE(writes(0xE2).empty());
+    EXPECT_TRUE(log.contains("fun = mcu_upgrade_iic, send_upgrade_request fail"));
+
+    // Ready at the fourth poll; information refused 49 times is still accepted at the 50th.
+    devsim::withCedar(2, [](devsim::CedarMcu& m) {
+        m.readyAfterPolls = 3;
+        m.infoRejects = 49;
+    });
+    devsim::clearTransfers();
+    devsim::clearPauses();
+    EXPECT_EQ(MOTOR_OK, MotorCedar().motor_mcu_upgrade(path));
+    const auto paused = pauseLengths();
+    EXPECT_EQ(4, std::count(paused.begin(), paused.end(), 5000000u));
+    EXPECT_EQ(50u, writes(0xE2).size());
+
+    // Refused 50 times, it is given up without any pause.
+    devsim::withCedar(2, [](devsim::CedarMcu& m) {
+        m.readyAfterPolls = 0;
+        m.infoRejects = 50;
+    });
+    devsim::clearTransfers();
+    EXPECT_EQ(MOTOR_ERR_DEVICE, MotorCedar().motor_mcu_upgrade(path));
+    EXPECT_EQ(50u, writes(0xE2).size());
+    EXPECT_TRUE(writes(0xE4).empty());
+    EXPECT_TRUE(log.contains("fun = mcu_upgrade_iic, send_package_info fail"));
+}
+
+TEST_F(CedarUpgradeTest, RefusedPackageIsGivenUpAndTheNextOneFollows) {
+    Bytes image;
+    const std::string path = writeImage(600, &image);
+    devsim::VirtualTime vt;
+    devsim::withCedar(2, [](devsim::CedarMcu& m) { m.packageRejects[2] = 50; });
+    // The MCU answers but never says 0x50 for package 2: that leaves the result at 0, the
+    // upgrade goes on, and the finish (refused for the missing package) reports 0 as well.
+    EXPECT_EQ(MOTOR_OK, MotorCedar().motor_mcu_upgrade(path));
+    const auto packages = writes(0xE4);
+    ASSERT_EQ(52u, packages.size());
+    for (size_t i = 1; i <= 50; ++i) EXPECT_EQ(packageFrame(image, 256, 256, 2), packages[i]);
+    EXPECT_EQ(packageFrame(image, 512, 88, 3), packages[51]);
+    EXPECT_EQ(50u, writes(0xE6).size());
+    devsim::withCedar(2, [](devsim::CedarMcu& m) {
+        EXPECT_FALSE(m.finished);
+        EXPECT_EQ(0u, m.received.count(2));
+    });
+}
+
+TEST_F(CedarUpgradeTest, BusFailuresDuringPackagesEndTheUpgrade) {
+    Bytes image;
+    const std::string path = writeImage(600, &image);
+    devsim::VirtualTime vt;
+
+    // The last package refused on the bus in all 50 attempts.
+    devsim::Fault refuse;
+    refuse.reg = 0xE4;
+    refuse.kind = devsim::Fault::Kind::Write;
+    refuse.skip = 2;
+    devsim::addFault(refuse);
+    LogCapture log;
+    EXPECT_EQ(MOTOR_ERR_DEVICE, MotorCedar().motor_mcu_upgrade(path));
+    EXPECT_EQ(50u, log.count("fun = send_package, iic_write ret = -1"));
+    EXPECT_TRUE(log.contains("fun = mcu_upgrade_iic, send_package fail"));
+    EXPECT_TRUE(writes(0xE6).empty());
+    devsim::clearFaults();
+
+    // The bus disappears after the first package was accepted.
+    int seen = 0;
+    devsim::setPauseHook([&](uint64_t) {
+        if (++seen == 2) devsim::setBusPresent(2, false);
+    });
+    devsim::clearTransfers();
+    EXPECT_EQ(MOTOR_ERR_DEVICE, MotorCedar().motor_mcu_upgrade(path));
+    devsim::setPauseHook(nullptr);
+    EXPECT_EQ(1u, writes(0xE4).size());
+    EXPECT_TRUE(writes(0xE6).empty());
+
+    // The finish refused 49 times is still accepted at the 50th attempt.
+    devsim::setBusPresent(2, true);
+    devsim::withCedar(2, [](devsim::CedarMcu& m) { m.finishRejects = 49; });
+    devsim::clearTransfers();
+    EXPECT_EQ(MOTOR_OK, MotorCedar().motor_mcu_upgrade(path));
+    EXPECT_EQ(50u, writes(0xE6).size());
+}
+
+TEST_F(CedarUpgradeTest, DamsonUpgradesOverBusOne) {
+    Bytes image;
+    const std::string path = writeImage(700, &image);
+    devsim::setBoard(devsim::Board::Damson);
+    devsim::VirtualTime vt;
+    EXPECT_EQ(MOTOR_OK, MotorDamson().motor_mcu_upgrade(path));
+    devsim::withCedar(1, [&](devsim::CedarMcu& m) { EXPECT_EQ(image, m.image()); });
+    EXPECT_EQ(3u, devsim::writesTo(1, 0x28, 0xE4).size());
+    EXPECT_TRUE(writes(0xE4).empty());
+}
+
+}  // namespace
+}  // namespace lumacast::test

@@ -1,0 +1,229 @@
+#include <string.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <lumacast/host/LogCapture.h>
+
+#include "motor/IMotor.h"
+#include "motor/MotorBirch.h"
+#include "motor/MotorCedar.h"
+#include "motor/MotorDamson.h"
+#include "motor/lowlevel/MotorResult.h"
+#include "tests/unit/motor/MotorTestEnv.h"
+
+using namespace android::lumacast;
+using lumacast::host::LogCapture;
+namespace devsim = lumacast::devsim;
+
+namespace lumacast::test {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+using ModelTest = MotorTest;
+
+TEST_F(ModelTest, BoardStringSelectsTheModel) {
+    enum Kind { kNone, kBirch, kCedar, kDamson };
+    struct {
+        const char* type;
+        Kind kind;
+    } cases[] = {
+            {"MT9652-BIRCH", kBirch},
+            {"tv_MT9652-ELM_2023", kBirch},
+            {"xx-MT9652-CEDAR-yy", kCedar},
+            {"MT9652-CEDAR MT9652-ELM", kBirch},  // ELM is looked for before CEDAR
+            {"RTD51M-FIR", kDamson},
+            {"mt9652-cedar", kNone},
+            {"MT9652", kNone},
+            {"", kNone},
+    };
+    for (const auto& c : cases) {
+        IMotor* motor = IMotor::getInstance(c.type);
+        SCOPED_TRACE(c.type);
+        switch (c.kind) {
+            case kNone:
+                EXPECT_EQ(nullptr, motor);
+                break;
+            case kBirch:
+                EXPECT_NE(nullptr, dynamic_cast<MotorBirch*>(motor));
+                break;
+            case kCedar:
+                EXPECT_NE(nullptr, dynamic_cast<MotorCedar*>(motor));
+                EXPECT_EQ(nullptr, dynamic_cast<MotorDamson*>(motor));
+                break;
+            case kDamson:
+                EXPECT_NE(nullptr, dynamic_cast<MotorDamson*>(motor));
+                break;
+        }
+        IMotor::releaseInstance(motor);
+    }
+
+    // Once a model is chosen it stays, whatever a later string names, and nothing is logged.
+    IMotor* first = IMotor::getInstance("MT9652-CEDAR");
+    ASSERT_NE(nullptr, first);
+    EXPECT_TRUE(IMotor::is_support_motor());
+    LogCapture log;
+    EXPECT_EQ(first, IMotor::getInstance("RTD51M-FIR"));
+    EXPECT_EQ(first, IMotor::getInstance(""));
+    EXPECT_EQ(0u, log.entries().size());
+    IMotor::releaseInstance(first);
+    EXPECT_NE(nullptr, dynamic_cast<MotorDamson*>(IMotor::getInstance("RTD51M-FIR")));
+    IMotor::releaseInstance(IMotor::getInstance(""));
+}
+
+TEST_F(ModelTest, BirchMovesByGpioAndReadsItsLines) {
+    MotorBirch birch;
+    devsim::VirtualTime vt;
+    setGpio(146, "1");
+    EXPECT_EQ(MOTOR_OK, birch.motor_up());
+    EXPECT_EQ(MOTOR_OK, birch.motor_down());
+    EXPECT_EQ("1", gpio(146));
+    EXPECT_EQ("1", gpio(147));
+    EXPECT_EQ((std::vector<uint64_t>{200000, 200000}), pauseLengths());
+    EXPECT_TRUE(devsim::transfers().empty());
+
+    setGpio(151, "1");
+    setGpio(150, "0");
+    EXPECT_EQ(3, birch.get_motor_status());
+    removeGpio(151);
+    EXPECT_EQ(4, birch.get_motor_status());
+    setGpio(152, "1");
+    EXPECT_EQ(1, birch.get_switch_status());
+    // The motor lines are gone too: moving still answers 0, the rise time is always 0.
+    removeGpio(146);
+    removeGpio(147);
+    devsim::setBoard(devsim::Board::None);
+    EXPECT_EQ(MOTOR_OK, birch.motor_up());
+    EXPECT_EQ(0, birch.get_rotate_time());
+}
+
+TEST_F(ModelTest, BirchVersionIsValidatedAndFormatted) {
+    MotorBirch birch;
+    EXPECT_STREQ("MOT-QN42R07-ZT3W105", birch.get_mcu_version());
+    devsim::withBirch([](devsim::BirchMcu& m) { m.version = 7; });
+    EXPECT_STREQ("MOT-QN42R07-ZT3W007", birch.get_mcu_version());
+
+    const auto versionReads = devsim::transfers();
+    ASSERT_FALSE(versionReads.empty());
+    EXPECT_EQ((Bytes{0x10}), versionReads.back().msgs[0].data);
+    EXPECT_EQ(9u, versionReads.back().msgs[1].data.size());
+    EXPECT_EQ(0x42, versionReads.back().msgs[1].addr);
+
+    LogCapture log;
+    devsim::withBirch([](devsim::BirchMcu& m) { m.versionMarker = 0x54; });
+    EXPECT_STREQ("", birch.get_mcu_version());
+    EXPECT_TRUE(log.contains("fun = get_mcu_version, data[0] = 0x54", ANDROID_LOG_ERROR));
+
+    devsim::withBirch([](devsim::BirchMcu& m) {
+        m.versionMarker = 0x55;
+        m.versionBadCrc = true;
+    });
+    EXPECT_STREQ("", birch.get_mcu_version());
+    EXPECT_EQ(1u, log.countContaining("fun = get_mcu_version, crc error, ori_crc = "));
+
+    // More than three digits would not be text at all.
+    devsim::withBirch([](devsim::BirchMcu& m) {
+        m.versionBadCrc = false;
+        m.version = 1000;
+    });
+    EXPECT_STREQ("", birch.get_mcu_version());
+
+    devsim::setBusPresent(2, false);
+    EXPECT_STREQ("", birch.get_mcu_version());
+    EXPECT_TRUE(log.contains("fun = get_mcu_version, iic_read fail", ANDROID_LOG_ERROR));
+}
+
+TEST_F(ModelTest, CedarDrivesAndReadsMcuRegisters) {
+    MotorCedar cedar;
+    EXPECT_EQ(MOTOR_OK, cedar.motor_up());
+    EXPECT_EQ(MOTOR_OK, cedar.motor_down());
+    devsim::withCedar(2, [](devsim::CedarMcu& m) { EXPECT_EQ((Bytes{2, 1}), m.commands); });
+    EXPECT_EQ((std::vector<Bytes>{{2}, {1}}), devsim::writesTo(2, 0x28, 0x23));
+
+    const int expected[] = {0, 1, 0, 2, 3};
+    for (int byte = 0; byte < 256; ++byte) {
+        devsim::withCedar(2, [&](devsim::CedarMcu& m) { m.state = static_cast<uint8_t>(byte); });
+        ASSERT_EQ(byte < 5 ? expected[byte] : 4, cedar.get_motor_status()) << byte;
+    }
+    devsim::withCedar(2, [](devsim::CedarMcu& m) { m.riseTime = 0; });
+    EXPECT_EQ(0, cedar.get_rotate_time());
+    devsim::withCedar(2, [](devsim::CedarMcu& m) { m.riseTime = 213; });
+    EXPECT_EQ(213, cedar.get_rotate_time());
+
+    devsim::withCedar(2, [](devsim::CedarMcu& m) { m.version = "KORA-CEDAR-MCU-V12"; });
+    EXPECT_STREQ("KORA-CEDAR-MCU-V12", cedar.get_mcu_version());
+    setGpio(152, "1");
+    EXPECT_EQ(1, cedar.get_switch_status());
+
+    // Failures come back as the access layer's codes.
+    devsim::addFault({});
+    EXPECT_EQ(-1, cedar.motor_up());
+    EXPECT_EQ(-1, cedar.get_motor_status());
+    EXPECT_EQ(10000, cedar.get_rotate_time());
+    EXPECT_STREQ("", cedar.get_mcu_version());
+    devsim::setBusPresent(2, false);
+    EXPECT_EQ(MOTOR_ERR_DEVICE, cedar.motor_down());
+    EXPECT_EQ(MOTOR_ERR_DEVICE, cedar.get_motor_status());
+    EXPECT_EQ(10000, cedar.get_rotate_time());
+}
+
+TEST_F(ModelTest, DamsonUsesBusOneAndTheVendorPin) {
+    LogCapture log;
+    MotorDamson damson;
+    EXPECT_EQ(0, log.indexOf("func=MotorCedar"));
+    EXPECT_EQ(1, log.indexOf("func=MotorDamson"));
+
+    devsim::withCedar(1, [](devsim::CedarMcu& m) { m.state = 3; });
+    EXPECT_EQ(2, damson.get_motor_status());
+    EXPECT_EQ(MOTOR_OK, damson.motor_up());
+    EXPECT_EQ((std::vector<Bytes>{{2}}), devsim::writesTo(1, 0x28, 0x23));
+    EXPECT_TRUE(devsim::writesTo(2, 0x28, 0x23).empty());
+
+    setGpio(152, "0");
+    devsim::setPin("PIN_CAM_DET_SOC", 1);
+    EXPECT_EQ(1, damson.get_switch_status());
+    devsim::setPin("PIN_CAM_DET_SOC", 0);
+    EXPECT_EQ(0, damson.get_switch_status());
+    devsim::setPin("PIN_CAM_DET_SOC", 1);
+    devsim::setVenusRefuses(true);
+    EXPECT_EQ(0, damson.get_switch_status());
+    devsim::setVenusPresent(false);
+    EXPECT_EQ(0, damson.get_switch_status());
+    EXPECT_EQ(2u, log.count("func=get_switch_status, ret = 4096, value = 0", ANDROID_LOG_INFO));
+    EXPECT_EQ(1u, log.count("func=get_switch_status, ret = 0, value = 1", ANDROID_LOG_INFO));
+}
+
+// Version texts are filled per thread: callers on different binder threads never see a
+// buffer another call is filling (ThreadSanitizer checks the rest).
+TEST_F(ModelTest, ConcurrentVersionReadsNeverShareABuffer) {
+    devsim::withCedar(2, [](devsim::CedarMcu& m) { m.version = "CEDAR-2"; });
+    devsim::withCedar(1, [](devsim::CedarMcu& m) { m.version = "DAMSON-1"; });
+    MotorCedar cedar;
+    MotorDamson damson;
+    MotorBirch birch;
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 6; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < 200; ++i) {
+                const char* expected = t % 3 == 0   ? "CEDAR-2"
+                                       : t % 3 == 1 ? "DAMSON-1"
+                                                    : "MOT-QN42R07-ZT3W105";
+                IMotor& motor = t % 3 == 0 ? static_cast<IMotor&>(cedar)
+                                : t % 3 == 1 ? static_cast<IMotor&>(damson)
+                                             : static_cast<IMotor&>(birch);
+                const std::string text = motor.get_mcu_version();
+                if (text != expected) ++wrong;
+            }
+        });
+    }
+    for (auto& th : threads) th.join();
+    EXPECT_EQ(0, wrong.load());
+}
+
+}  // namespace
+}  // namespace lumacast::test
