@@ -199,16 +199,21 @@ TEST_F(CedarUpgradeTest, BusFailuresDuringPackagesEndTheUpgrade) {
     EXPECT_TRUE(writes(0xE6).empty());
     devsim::clearFaults();
 
-    // The bus disappears after the first package was accepted.
+    // The bus disappears while the first package waits for its answer.
     int seen = 0;
     devsim::setPauseHook([&](uint64_t) {
         if (++seen == 2) devsim::setBusPresent(2, false);
     });
     devsim::clearTransfers();
+    LogCapture gone;
     EXPECT_EQ(MOTOR_ERR_DEVICE, MotorCedar().motor_mcu_upgrade(path));
     devsim::setPauseHook(nullptr);
     EXPECT_EQ(1u, writes(0xE4).size());
     EXPECT_TRUE(writes(0xE6).empty());
+    // Without the bus the upgrade stops at the package that met it.
+    EXPECT_EQ(1u, gone.count("fun = send_package, iic_read ret = 4096, status = 0x0"));
+    EXPECT_EQ(49u, gone.count("fun = send_package, iic_write ret = 4096"));
+    EXPECT_FALSE(gone.contains("cur_send_package_index = 2"));
 
     // The finish refused 49 times is still accepted at the 50th attempt.
     devsim::setBusPresent(2, true);
