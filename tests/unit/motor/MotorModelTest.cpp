@@ -206,9 +206,12 @@ TEST_F(ModelTest, ConcurrentVersionReadsNeverShareABuffer) {
     MotorDamson damson;
     MotorBirch birch;
     std::atomic<int> wrong{0};
+    std::atomic<bool> go{false};
     std::vector<std::thread> threads;
+    // All threads exist before any reads, so they overlap as much as possible.
     for (int t = 0; t < 6; ++t) {
         threads.emplace_back([&, t] {
+            while (!go) std::this_thread::yield();
             for (int i = 0; i < 200; ++i) {
                 const char* expected = t % 3 == 0   ? "CEDAR-2"
                                        : t % 3 == 1 ? "DAMSON-1"
@@ -221,6 +224,7 @@ TEST_F(ModelTest, ConcurrentVersionReadsNeverShareABuffer) {
             }
         });
     }
+    go = true;
     for (auto& th : threads) th.join();
     EXPECT_EQ(0, wrong.load());
 }
