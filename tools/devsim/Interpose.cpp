@@ -23,7 +23,7 @@ Fn next(const char* name) {
 }
 
 #define DEFINE_NEXT(fn)                                                 \
-    decltype(&::fn) next_##fn() {                                       \
+    DEVSIM_UNINSTRUMENTED decltype(&::fn) next_##fn() {                 \
         static const auto real = next<decltype(&::fn)>(#fn);           \
         return real;                                                    \
     }
@@ -43,16 +43,16 @@ DEFINE_NEXT(clock_nanosleep)
 
 // glibc declares ioctl with an unsigned long request.
 using IoctlFn = int (*)(int, unsigned long, ...);
-IoctlFn next_ioctl() {
+DEVSIM_UNINSTRUMENTED IoctlFn next_ioctl() {
     static const auto real = next<IoctlFn>("ioctl");
     return real;
 }
 
-bool needsMode(int flags) {
+DEVSIM_UNINSTRUMENTED bool needsMode(int flags) {
     return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
 }
 
-bool simulatedPath(const char* path, DeviceKind* kind, int* bus) {
+DEVSIM_UNINSTRUMENTED bool simulatedPath(const char* path, DeviceKind* kind, int* bus) {
     *kind = classify(path, bus);
     return *kind != DeviceKind::None;
 }
@@ -93,7 +93,8 @@ FILE* openGpioValueFile(const char* path, const char* mode) {
     return fp;
 }
 
-bool pauseFor(const struct timespec* req) {
+DEVSIM_UNINSTRUMENTED bool pauseFor(const struct timespec* req) {
+    if (!isDeviceThread()) return false;
     if (req == nullptr || req->tv_sec < 0 || req->tv_nsec < 0 || req->tv_nsec >= 1000000000L) {
         return false;
     }
@@ -111,7 +112,7 @@ void interposerLinked() {}
 
 extern "C" {
 
-int open(const char* path, int flags, ...) {
+DEVSIM_UNINSTRUMENTED int open(const char* path, int flags, ...) {
     mode_t mode = 0;
     if (needsMode(flags)) {
         va_list ap;
@@ -125,7 +126,7 @@ int open(const char* path, int flags, ...) {
     return next_open()(path, flags, mode);
 }
 
-int open64(const char* path, int flags, ...) {
+DEVSIM_UNINSTRUMENTED int open64(const char* path, int flags, ...) {
     mode_t mode = 0;
     if (needsMode(flags)) {
         va_list ap;
@@ -139,7 +140,7 @@ int open64(const char* path, int flags, ...) {
     return next_open64()(path, flags, mode);
 }
 
-int openat(int dirfd, const char* path, int flags, ...) {
+DEVSIM_UNINSTRUMENTED int openat(int dirfd, const char* path, int flags, ...) {
     mode_t mode = 0;
     if (needsMode(flags)) {
         va_list ap;
@@ -153,7 +154,7 @@ int openat(int dirfd, const char* path, int flags, ...) {
     return next_openat()(dirfd, path, flags, mode);
 }
 
-int openat64(int dirfd, const char* path, int flags, ...) {
+DEVSIM_UNINSTRUMENTED int openat64(int dirfd, const char* path, int flags, ...) {
     mode_t mode = 0;
     if (needsMode(flags)) {
         va_list ap;
@@ -167,47 +168,47 @@ int openat64(int dirfd, const char* path, int flags, ...) {
     return next_openat64()(dirfd, path, flags, mode);
 }
 
-int close(int fd) {
-    forgetDescriptor(fd);
+DEVSIM_UNINSTRUMENTED int close(int fd) {
+    if (mayBeSimulated(fd)) forgetDescriptor(fd);
     return next_close()(fd);
 }
 
-int ioctl(int fd, unsigned long request, ...) {
+DEVSIM_UNINSTRUMENTED int ioctl(int fd, unsigned long request, ...) {
     va_list ap;
     va_start(ap, request);
     void* arg = va_arg(ap, void*);
     va_end(ap);
     int result = 0;
-    if (handleIoctl(fd, request, arg, &result)) return result;
+    if (mayBeSimulated(fd) && handleIoctl(fd, request, arg, &result)) return result;
     return next_ioctl()(fd, request, arg);
 }
 
-FILE* fopen(const char* path, const char* mode) {
+DEVSIM_UNINSTRUMENTED FILE* fopen(const char* path, const char* mode) {
     if (mode != nullptr && isGpioValuePath(path)) return openGpioValueFile(path, mode);
     return next_fopen()(path, mode);
 }
 
-FILE* fopen64(const char* path, const char* mode) {
+DEVSIM_UNINSTRUMENTED FILE* fopen64(const char* path, const char* mode) {
     if (mode != nullptr && isGpioValuePath(path)) return openGpioValueFile(path, mode);
     return next_fopen64()(path, mode);
 }
 
-int usleep(useconds_t us) {
-    if (pause(us)) return 0;
+DEVSIM_UNINSTRUMENTED int usleep(useconds_t us) {
+    if (isDeviceThread() && pause(us)) return 0;
     return next_usleep()(us);
 }
 
-unsigned int sleep(unsigned int seconds) {
-    if (pause(static_cast<uint64_t>(seconds) * 1000000u)) return 0;
+DEVSIM_UNINSTRUMENTED unsigned int sleep(unsigned int seconds) {
+    if (isDeviceThread() && pause(static_cast<uint64_t>(seconds) * 1000000u)) return 0;
     return next_sleep()(seconds);
 }
 
-int nanosleep(const struct timespec* req, struct timespec* rem) {
+DEVSIM_UNINSTRUMENTED int nanosleep(const struct timespec* req, struct timespec* rem) {
     if (pauseFor(req)) return 0;
     return next_nanosleep()(req, rem);
 }
 
-int clock_nanosleep(clockid_t clock, int flags, const struct timespec* req,
+DEVSIM_UNINSTRUMENTED int clock_nanosleep(clockid_t clock, int flags, const struct timespec* req,
                     struct timespec* rem) {
     // Only relative pauses can be moved to the simulated clock.
     if (flags == 0 && pauseFor(req)) return 0;

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
+#include <stddef.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -112,20 +113,42 @@ State& state() {
 
 thread_local bool tDeviceThread = false;
 
+// Which descriptors are simulated devices, readable without the lock. Written under the
+// lock; descriptors past the table are counted instead.
+constexpr int kFdSlots = 1 << 16;
+unsigned char gTracked[kFdSlots];
+int gTrackedHigh = 0;
+
+void setTracked(int fd, bool tracked) {
+    if (fd < kFdSlots) {
+        __atomic_store_n(&gTracked[fd], tracked ? 1 : 0, __ATOMIC_RELEASE);
+    } else {
+        __atomic_add_fetch(&gTrackedHigh, tracked ? 1 : -1, __ATOMIC_RELEASE);
+    }
+}
+
+DEVSIM_UNINSTRUMENTED bool samePrefix(const char* s, const char* prefix) {
+    while (*prefix != '\0') {
+        if (*s++ != *prefix++) return false;
+    }
+    return true;
+}
+
 template <typename T>
 void pushCapped(std::deque<T>& q, T v) {
     if (q.size() >= kMaxLogEntries) q.pop_front();
     q.push_back(std::move(v));
 }
 
-bool faultRefuses(State& s, int bus, const i2c_msg* msgs, uint32_t n, int* error) {
-    const int addr = msgs[0].addr;
-    const int reg = (!(msgs[0].flags & I2C_M_RD) && msgs[0].len > 0) ? msgs[0].buf[0] : -1;
+// The first message's register, and whether the transfer reads.
+bool faultRefuses(State& s, int bus, const Transfer& t, int* error) {
+    const Message& first = t.msgs[0];
+    const int reg = (!first.read && !first.data.empty()) ? first.data[0] : -1;
     bool hasRead = false;
-    for (uint32_t i = 0; i < n; ++i) hasRead = hasRead || (msgs[i].flags & I2C_M_RD);
+    for (const Message& m : t.msgs) hasRead = hasRead || m.read;
     for (Fault& f : s.faults) {
         if (f.count == 0) continue;
-        if ((f.bus >= 0 && f.bus != bus) || (f.addr >= 0 && f.addr != addr) ||
+        if ((f.bus >= 0 && f.bus != bus) || (f.addr >= 0 && f.addr != first.addr) ||
             (f.reg >= 0 && f.reg != reg)) {
             continue;
         }
@@ -143,116 +166,156 @@ bool faultRefuses(State& s, int bus, const i2c_msg* msgs, uint32_t n, int* error
     return false;
 }
 
-void logTransfer(State& s, Transfer t) {
+void logTransfer(State& s, const Transfer& t) {
     if (s.logFd >= 0) {
         const std::string line = internal::formatTransfer(t) + "\n";
         // Best effort: a full disk must not change what the daemon sees.
         const ssize_t written = write(s.logFd, line.data(), line.size());
         (void)written;
     }
-    pushCapped(s.transfers, std::move(t));
+    pushCapped(s.transfers, t);
 }
 
-int i2cTransfer(State& s, int bus, i2c_rdwr_ioctl_data* data) {
+// Runs a transfer whose messages were copied in; read messages get their data. Returns the
+// number of messages or -errno.
+int i2cTransfer(State& s, Transfer& t) {
+    int error = 0;
+    if (!s.busPresent[t.bus]) {
+        error = ENODEV;
+    } else if (!faultRefuses(s, t.bus, t, &error)) {
+        for (const Message& m : t.msgs) {
+            if (s.chip(t.bus, m.addr) == nullptr) error = ENXIO;
+        }
+    }
+    t.timeUs = s.clockUs;
+    if (error != 0) {
+        t.error = error;
+        logTransfer(s, t);
+        return -error;
+    }
+    std::map<uint16_t, uint8_t> selected;  // register pointer per address in this transfer
+    const size_t n = t.msgs.size();
+    for (size_t i = 0; i < n; ++i) {
+        Message& m = t.msgs[i];
+        I2cChip* c = s.chip(t.bus, m.addr);
+        if (m.read) {
+            c->read(selected[m.addr], m.data.data(), m.data.size());
+        } else if (m.data.size() == 1 && i + 1 < n && t.msgs[i + 1].read) {
+            selected[m.addr] = m.data[0];
+        } else {
+            c->write(m.data.data(), m.data.size());
+        }
+    }
+    logTransfer(s, t);
+    return static_cast<int>(n);
+}
+
+// The caller's memory is read before and written after the simulator's lock, as the kernel
+// copies from and to user space: a race on those buffers is the caller's, and a sanitizer
+// reporting it never waits on devsim's lock.
+int i2cIoctl(State& s, int bus, const i2c_rdwr_ioctl_data* data) {
     if (data == nullptr) return -EFAULT;
     if (data->nmsgs > I2C_RDWR_IOCTL_MAX_MSGS) return -EINVAL;
     if (data->nmsgs == 0) return 0;
     if (data->msgs == nullptr) return -EFAULT;
-    const uint32_t n = data->nmsgs;
-    i2c_msg* msgs = data->msgs;
-    for (uint32_t i = 0; i < n; ++i) {
-        if (msgs[i].len > 8192) return -EINVAL;
-        if (msgs[i].len > 0 && msgs[i].buf == nullptr) return -EFAULT;
-    }
     Transfer t;
-    t.timeUs = s.clockUs;
     t.bus = bus;
-    for (uint32_t i = 0; i < n; ++i) {
+    for (uint32_t i = 0; i < data->nmsgs; ++i) {
+        const i2c_msg& in = data->msgs[i];
+        if (in.len > 8192) return -EINVAL;
+        if (in.len > 0 && in.buf == nullptr) return -EFAULT;
         Message m;
-        m.addr = msgs[i].addr;
-        m.read = (msgs[i].flags & I2C_M_RD) != 0;
-        if (!m.read) m.data.assign(msgs[i].buf, msgs[i].buf + msgs[i].len);
+        m.addr = in.addr;
+        m.read = (in.flags & I2C_M_RD) != 0;
+        if (m.read) {
+            m.data.resize(in.len);
+        } else {
+            m.data.assign(in.buf, in.buf + in.len);
+        }
         t.msgs.push_back(std::move(m));
     }
-    int error = 0;
-    if (!s.busPresent[bus]) {
-        error = ENODEV;
-    } else if (!faultRefuses(s, bus, msgs, n, &error)) {
-        for (uint32_t i = 0; i < n && error == 0; ++i) {
-            if (s.chip(bus, msgs[i].addr) == nullptr) error = ENXIO;
+    int ret;
+    {
+        std::lock_guard<std::mutex> lock(s.mutex);
+        ret = i2cTransfer(s, t);
+    }
+    if (ret > 0) {
+        for (uint32_t i = 0; i < data->nmsgs; ++i) {
+            if (t.msgs[i].read && !t.msgs[i].data.empty()) {
+                memcpy(data->msgs[i].buf, t.msgs[i].data.data(), t.msgs[i].data.size());
+            }
         }
     }
-    if (error != 0) {
-        t.error = error;
-        logTransfer(s, std::move(t));
-        return -error;
-    }
-    std::map<uint16_t, uint8_t> selected;  // register pointer per address in this transfer
-    for (uint32_t i = 0; i < n; ++i) {
-        I2cChip* c = s.chip(bus, msgs[i].addr);
-        if (msgs[i].flags & I2C_M_RD) {
-            c->read(selected[msgs[i].addr], msgs[i].buf, msgs[i].len);
-            t.msgs[i].data.assign(msgs[i].buf, msgs[i].buf + msgs[i].len);
-        } else if (msgs[i].len == 1 && i + 1 < n && (msgs[i + 1].flags & I2C_M_RD)) {
-            selected[msgs[i].addr] = msgs[i].buf[0];
-        } else {
-            c->write(msgs[i].buf, msgs[i].len);
-        }
-    }
-    logTransfer(s, std::move(t));
-    return static_cast<int>(n);
+    return ret;
 }
 
-int venusRequest(State& s, unsigned long request, void* arg) {
+int venusIoctl(State& s, unsigned long request, void* arg) {
     if (static_cast<unsigned int>(request) != kVenusReadPin) return -ENOTTY;
     if (arg == nullptr) return -EFAULT;
-    PinValue* pin = static_cast<PinValue*>(arg);
+    PinValue pin;
+    memcpy(&pin, arg, sizeof(pin));
     PinRequest r;
-    if (memchr(pin->name, '\0', kPinNameLen) == nullptr) {
-        r.error = EINVAL;
-    } else {
-        r.name = pin->name;
-        auto it = s.pins.find(r.name);
-        if (s.venusRefuses) {
-            r.error = EIO;
-        } else if (it == s.pins.end()) {
+    {
+        std::lock_guard<std::mutex> lock(s.mutex);
+        if (!s.venusPresent) {
+            r.error = ENODEV;
+        } else if (memchr(pin.name, '\0', kPinNameLen) == nullptr) {
             r.error = EINVAL;
         } else {
-            pin->value = it->second;
+            r.name = pin.name;
+            auto it = s.pins.find(r.name);
+            if (s.venusRefuses) {
+                r.error = EIO;
+            } else if (it == s.pins.end()) {
+                r.error = EINVAL;
+            } else {
+                pin.value = it->second;
+            }
         }
+        pushCapped(s.pinRequests, r);
     }
-    const int error = r.error;
-    pushCapped(s.pinRequests, std::move(r));
-    return error == 0 ? 0 : -error;
+    if (r.error != 0) return -r.error;
+    memcpy(static_cast<char*>(arg) + offsetof(PinValue, value), &pin.value, 1);
+    return 0;
 }
 
 }  // namespace
 
 namespace internal {
 
-DeviceKind classify(const char* path, int* bus) {
-    if (path == nullptr) return DeviceKind::None;
-    if (strcmp(path, "/dev/venus_gpio") == 0) return DeviceKind::Venus;
-    static const char kI2c[] = "/dev/i2c-";
-    if (strncmp(path, kI2c, sizeof(kI2c) - 1) != 0) return DeviceKind::None;
-    const char* digits = path + sizeof(kI2c) - 1;
-    if (*digits == '\0' || strlen(digits) > 3) return DeviceKind::None;
+DEVSIM_UNINSTRUMENTED DeviceKind classify(const char* path, int* bus) {
+    if (path == nullptr || !samePrefix(path, "/dev/")) return DeviceKind::None;
+    const char* rest = path + 5;
+    if (samePrefix(rest, "venus_gpio") && rest[10] == '\0') return DeviceKind::Venus;
+    if (!samePrefix(rest, "i2c-")) return DeviceKind::None;
+    const char* digits = rest + 4;
     int value = 0;
-    for (const char* p = digits; *p != '\0'; ++p) {
-        if (*p < '0' || *p > '9') return DeviceKind::None;
-        value = value * 10 + (*p - '0');
+    int n = 0;
+    for (; digits[n] != '\0'; ++n) {
+        if (n == 3 || digits[n] < '0' || digits[n] > '9') return DeviceKind::None;
+        value = value * 10 + (digits[n] - '0');
     }
+    if (n == 0) return DeviceKind::None;
     *bus = value;
     return DeviceKind::I2c;
 }
 
-bool isGpioValuePath(const char* path) {
-    static const char kPrefix[] = "/sys/class/gpio/";
-    static const char kSuffix[] = "/value";
-    if (path == nullptr || strncmp(path, kPrefix, sizeof(kPrefix) - 1) != 0) return false;
-    const size_t len = strlen(path);
-    return len > sizeof(kPrefix) - 1 + sizeof(kSuffix) - 1 &&
-           strcmp(path + len - (sizeof(kSuffix) - 1), kSuffix) == 0;
+DEVSIM_UNINSTRUMENTED bool isGpioValuePath(const char* path) {
+    if (path == nullptr || !samePrefix(path, "/sys/class/gpio/")) return false;
+    size_t len = 0;
+    while (path[len] != '\0') ++len;
+    const size_t prefixLen = 16;
+    return len > prefixLen + 6 && samePrefix(path + len - 6, "/value");
+}
+
+DEVSIM_UNINSTRUMENTED bool mayBeSimulated(int fd) {
+    if (fd < 0) return false;
+    if (fd < kFdSlots) return __atomic_load_n(&gTracked[fd], __ATOMIC_ACQUIRE) != 0;
+    return __atomic_load_n(&gTrackedHigh, __ATOMIC_ACQUIRE) != 0;
+}
+
+DEVSIM_UNINSTRUMENTED bool isDeviceThread() {
+    return tDeviceThread;
 }
 
 int openDevice(DeviceKind kind, int bus, int flags) {
@@ -270,25 +333,30 @@ int openDevice(DeviceKind kind, int bus, int flags) {
     const int fd = memfd_create(name, (flags & O_CLOEXEC) ? MFD_CLOEXEC : 0);
     if (fd < 0) return -1;
     s.open[fd] = OpenDevice{kind, bus};
+    setTracked(fd, true);
     return fd;
 }
 
 void forgetDescriptor(int fd) {
     State& s = state();
     std::lock_guard<std::mutex> lock(s.mutex);
-    s.open.erase(fd);
+    if (s.open.erase(fd) > 0) setTracked(fd, false);
 }
 
 bool handleIoctl(int fd, unsigned long request, void* arg, int* result) {
     State& s = state();
-    std::lock_guard<std::mutex> lock(s.mutex);
-    auto it = s.open.find(fd);
-    if (it == s.open.end()) return false;
-    int ret = 0;
-    if (it->second.kind == DeviceKind::Venus) {
-        ret = s.venusPresent ? venusRequest(s, request, arg) : -ENODEV;
+    OpenDevice dev;
+    {
+        std::lock_guard<std::mutex> lock(s.mutex);
+        auto it = s.open.find(fd);
+        if (it == s.open.end()) return false;
+        dev = it->second;
+    }
+    int ret;
+    if (dev.kind == DeviceKind::Venus) {
+        ret = venusIoctl(s, request, arg);
     } else if (request == I2C_RDWR) {
-        ret = i2cTransfer(s, it->second.bus, static_cast<i2c_rdwr_ioctl_data*>(arg));
+        ret = i2cIoctl(s, dev.bus, static_cast<const i2c_rdwr_ioctl_data*>(arg));
     } else {
         ret = -ENOTTY;
     }
@@ -306,7 +374,6 @@ void markDeviceThread() {
 }
 
 bool pause(uint64_t us) {
-    if (!tDeviceThread) return false;
     State& s = state();
     bool virtualTime;
     std::function<void(uint64_t)> hook;

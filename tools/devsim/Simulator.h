@@ -10,12 +10,20 @@
 
 namespace lumacast::devsim::internal {
 
+// Sanitizer runtimes call close and open themselves, even while they report; whatever those
+// calls run must neither lock nor be instrumented, or a report can deadlock on itself.
+#define DEVSIM_UNINSTRUMENTED __attribute__((no_sanitize("address", "thread", "undefined")))
+
 enum class DeviceKind { None, I2c, Venus };
 
-// /dev/i2c-<n> (sets *bus) or /dev/venus_gpio.
+// /dev/i2c-<n> (sets *bus) or /dev/venus_gpio. Uninstrumented, lock-free.
 DeviceKind classify(const char* path, int* bus);
-// /sys/class/gpio/<line>/value.
+// /sys/class/gpio/<line>/value. Uninstrumented, lock-free.
 bool isGpioValuePath(const char* path);
+// False unless `fd` may be a simulated device. Uninstrumented, lock-free.
+bool mayBeSimulated(int fd);
+// Whether the calling thread has used a simulated device. Uninstrumented, lock-free.
+bool isDeviceThread();
 
 // A descriptor for a simulated device, or -1 with errno set as the kernel would.
 int openDevice(DeviceKind kind, int bus, int flags);
