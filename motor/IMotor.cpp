@@ -2,9 +2,9 @@
 
 #include "motor/IMotor.h"
 
-#include <mutex>
-
 #include <log/log.h>
+
+#include <mutex>
 
 #include "motor/MotorBirch.h"
 #include "motor/MotorCedar.h"
@@ -49,9 +49,7 @@ IMotor* IMotor::getInstance(std::string type) {
     return motor;
 }
 
-bool IMotor::is_support_motor() {
-    return sSupportMotor;
-}
+bool IMotor::is_support_motor() { return sSupportMotor; }
 
 void IMotor::releaseInstance(IMotor* motor) {
     if (motor == nullptr) return;

@@ -8,7 +8,7 @@ namespace lumacast {
 
 // A board model's motor driver, and the selection of the model from the board string.
 class IMotor {
-public:
+  public:
     virtual ~IMotor() = default;
 
     virtual int motor_down() = 0;
@@ -32,12 +32,12 @@ public:
     int motor_iic_write_data(int reg, unsigned char* data, int len);
     int motor_iic_read(unsigned char reg, unsigned char* buf, int len);
 
-protected:
+  protected:
     const char* mDevPath = nullptr;
     int mReadAddr = 0;
     int mWriteAddr = 0;
 
-private:
+  private:
     static IMotor* sMotor;
     static std::atomic<bool> sSupportMotor;
 };

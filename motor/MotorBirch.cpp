@@ -2,13 +2,12 @@
 
 #include "motor/MotorBirch.h"
 
+#include <log/log.h>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
 
 #include <vector>
-
-#include <log/log.h>
 
 #include "motor/lowlevel/FileUtil.h"
 #include "motor/lowlevel/GpioControl.h"
@@ -94,29 +93,17 @@ MotorBirch::MotorBirch() {
     mReadAddr = kMcuAddr;
 }
 
-int MotorBirch::motor_down() {
-    return motor_gpio_down();
-}
+int MotorBirch::motor_down() { return motor_gpio_down(); }
 
-int MotorBirch::motor_up() {
-    return motor_gpio_up();
-}
+int MotorBirch::motor_up() { return motor_gpio_up(); }
 
-int MotorBirch::get_motor_status() {
-    return motor_gpio_get_rise_status();
-}
+int MotorBirch::get_motor_status() { return motor_gpio_get_rise_status(); }
 
-int MotorBirch::get_rotate_time() {
-    return 0;
-}
+int MotorBirch::get_rotate_time() { return 0; }
 
-int MotorBirch::motor_mcu_upgrade(std::string path) {
-    return mcu_upgrade_gpio(path.c_str());
-}
+int MotorBirch::motor_mcu_upgrade(std::string path) { return mcu_upgrade_gpio(path.c_str()); }
 
-int MotorBirch::get_switch_status() {
-    return mtk_get_switch_status();
-}
+int MotorBirch::get_switch_status() { return mtk_get_switch_status(); }
 
 const char* MotorBirch::get_mcu_version() {
     memset(sVersion, 0, sizeof(sVersion));
@@ -133,8 +120,8 @@ const char* MotorBirch::get_mcu_version() {
     const uint32_t crc = get_crc32(0, data + 3, 2);
     const uint32_t received = readLe32(data + 5);
     if (crc != received) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "fun = %s, crc error, ori_crc = %x, crc = %x",
-                            __func__, received, crc);
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "fun = %s, crc error, ori_crc = %x, crc = %x", __func__, received, crc);
         return sVersion;
     }
     const unsigned int version = data[3] | (data[4] << 8);
@@ -260,8 +247,8 @@ int MotorBirch::send_package(const char* path, PACKAGE_INFO* info) {
             __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "fun = %s, cur_send_package_size = %d",
                                 __func__, n);
             ret = motor_iic_write_data(kUpgradeReg, frame.data(), n + kFrameOverhead);
-            __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "fun = %s, iic_write ret = %d",
-                                __func__, ret);
+            __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "fun = %s, iic_write ret = %d", __func__,
+                                ret);
             if (ret == MOTOR_OK) break;
             usleep(kRetryPauseUs);
         }
@@ -302,8 +289,8 @@ int MotorBirch::get_cmd_receive_status(MCU_UPGRADE_KIDCMD kid) {
         return MOTOR_ERR_DEVICE;
     }
     if (data[3] != kid) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "func=%s,receive_kidcmd=%x, read_kidcmd=%x \n",
-                            __func__, kid, data[3]);
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "func=%s,receive_kidcmd=%x, read_kidcmd=%x \n", __func__, kid, data[3]);
         return MOTOR_ERR_DEVICE;
     }
     const uint32_t crc = get_crc32(0, data + 3, 2);

@@ -27,7 +27,7 @@ void upgrade_status_print(unsigned char status);
 
 // GPIO-driven motor; the MCU on I2C only reports its version and takes firmware.
 class MotorBirch : public IMotor {
-public:
+  public:
     MotorBirch();
 
     int motor_down() override;
@@ -47,7 +47,7 @@ public:
     int get_upgrade_status(unsigned char* status);
     void check_upgrade_status();
 
-private:
+  private:
     int write_frame(MCU_UPGRADE_KIDCMD kid, const unsigned char* payload, int len);
 };
 

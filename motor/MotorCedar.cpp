@@ -2,12 +2,11 @@
 
 #include "motor/MotorCedar.h"
 
+#include <log/log.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
-
-#include <log/log.h>
 
 #include "motor/lowlevel/FileUtil.h"
 #include "motor/lowlevel/MotorResult.h"
@@ -88,13 +87,9 @@ MotorCedar::MotorCedar() {
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "func=%s", "MotorCedar");
 }
 
-int MotorCedar::motor_down() {
-    return motor_iic_write_status(kCommandReg, kCommandDown);
-}
+int MotorCedar::motor_down() { return motor_iic_write_status(kCommandReg, kCommandDown); }
 
-int MotorCedar::motor_up() {
-    return motor_iic_write_status(kCommandReg, kCommandUp);
-}
+int MotorCedar::motor_up() { return motor_iic_write_status(kCommandReg, kCommandUp); }
 
 int MotorCedar::get_motor_status() {
     unsigned char state = 0;
@@ -121,9 +116,7 @@ int MotorCedar::get_rotate_time() {
     return time;
 }
 
-int MotorCedar::motor_mcu_upgrade(std::string path) {
-    return mcu_upgrade_iic(path.c_str());
-}
+int MotorCedar::motor_mcu_upgrade(std::string path) { return mcu_upgrade_iic(path.c_str()); }
 
 const char* MotorCedar::get_mcu_version() {
     memset(sVersion, 0, sizeof(sVersion));
@@ -133,9 +126,7 @@ const char* MotorCedar::get_mcu_version() {
     return sVersion;
 }
 
-int MotorCedar::get_switch_status() {
-    return mtk_get_switch_status();
-}
+int MotorCedar::get_switch_status() { return mtk_get_switch_status(); }
 
 int MotorCedar::mcu_upgrade_iic(const char* path) {
     if (path == nullptr) {
@@ -226,9 +217,10 @@ int MotorCedar::send_package(const char* path, MCU_OTA_PACKAGE_INFO* info) {
     }
     // One exit from here on, so the buffer and the file are always released.
     int result = MOTOR_ERR_DEVICE;
-    uint32_t n = info->totalpackage == 0
-                         ? 0
-                         : static_cast<uint32_t>(fread(frame + kPackageHeader, 1, kPackageSize, fp));
+    uint32_t n =
+            info->totalpackage == 0
+                    ? 0
+                    : static_cast<uint32_t>(fread(frame + kPackageHeader, 1, kPackageSize, fp));
     if (info->totalpackage != 0 && n == 0) {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "func = %s, fread file size with 0.",
                             __func__);
@@ -245,11 +237,11 @@ int MotorCedar::send_package(const char* path, MCU_OTA_PACKAGE_INFO* info) {
         int ret = MOTOR_OK;
         bool accepted = false;
         for (int i = 0; i < kAttempts && !accepted; ++i) {
-            __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "fun = %s, cur_data_size = %d",
-                                __func__, static_cast<int>(n + 6));
+            __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "fun = %s, cur_data_size = %d", __func__,
+                                static_cast<int>(n + 6));
             ret = motor_iic_write_data(kPackageReg, frame, frameLen);
-            __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "fun = %s, iic_write ret = %d",
-                                __func__, ret);
+            __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "fun = %s, iic_write ret = %d", __func__,
+                                ret);
             if (ret != MOTOR_OK) {
                 usleep(kRetryPauseUs);
                 continue;
@@ -257,8 +249,9 @@ int MotorCedar::send_package(const char* path, MCU_OTA_PACKAGE_INFO* info) {
             usleep(kPackagePauseUs);
             unsigned char answer[5] = {};
             ret = motor_iic_read(kPackageAnswerReg, answer, sizeof(answer));
-            __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "fun = %s, iic_read ret = %d, status = 0x%x",
-                                __func__, ret, answer[4]);
+            __android_log_print(ANDROID_LOG_INFO, LOG_TAG,
+                                "fun = %s, iic_read ret = %d, status = 0x%x", __func__, ret,
+                                answer[4]);
             if (ret == MOTOR_OK && answer[4] == kAccepted) {
                 accepted = true;
             } else {
@@ -296,8 +289,9 @@ int MotorCedar::send_finish() {
         usleep(kRetryPauseUs);
         unsigned char answer[2] = {};
         ret = motor_iic_read(kFinishAnswerReg, answer, sizeof(answer));
-        __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "fun = %s, iic_read ret = %d, result_data = 0x%x",
-                            __func__, ret, answer[0]);
+        __android_log_print(ANDROID_LOG_INFO, LOG_TAG,
+                            "fun = %s, iic_read ret = %d, result_data = 0x%x", __func__, ret,
+                            answer[0]);
         if (ret == MOTOR_OK && answer[0] == kAccepted) return MOTOR_OK;
         usleep(kRetryPauseUs);
     }

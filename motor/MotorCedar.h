@@ -17,7 +17,7 @@ struct MCU_OTA_PACKAGE_INFO {
 
 // The MCU runs the motor: commands, state and rise time are registers on I2C.
 class MotorCedar : public IMotor {
-public:
+  public:
     MotorCedar();
 
     int motor_down() override;

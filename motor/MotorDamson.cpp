@@ -2,9 +2,8 @@
 
 #include "motor/MotorDamson.h"
 
-#include <string.h>
-
 #include <log/log.h>
+#include <string.h>
 
 #include "motor/lowlevel/MotorResult.h"
 #include "motor/lowlevel/VendorGpio.h"

@@ -7,7 +7,7 @@ namespace lumacast {
 
 // A Cedar board on bus 1 whose camera switch is a named pin of the vendor GPIO driver.
 class MotorDamson : public MotorCedar {
-public:
+  public:
     MotorDamson();
 
     int get_switch_status() override;

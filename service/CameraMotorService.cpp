@@ -26,7 +26,8 @@ std::atomic<IMotor*> motorInstance{nullptr};
 }  // namespace
 
 CameraMotorService::CameraMotorService() {
-    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "CameraMotorService::start camera motor service");
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                        "CameraMotorService::start camera motor service");
 }
 
 CameraMotorService::~CameraMotorService() {

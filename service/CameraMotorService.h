@@ -12,7 +12,7 @@ namespace lumacast {
 // "cameramotorservice": maps each binder call onto the board model's driver, chosen by the
 // first set_client_type that names a known model; fixed defaults until then.
 class CameraMotorService : public kora::lumacast::BnKCameraMotor {
-public:
+  public:
     CameraMotorService();
     ~CameraMotorService() override;
 

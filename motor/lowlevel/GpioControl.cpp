@@ -3,11 +3,10 @@
 #include "motor/lowlevel/GpioControl.h"
 
 #include <errno.h>
+#include <log/log.h>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
-
-#include <log/log.h>
 
 namespace android {
 namespace lumacast {

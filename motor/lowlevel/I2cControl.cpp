@@ -6,12 +6,11 @@
 #include <fcntl.h>
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
+#include <log/log.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
-
-#include <log/log.h>
 
 #include "motor/lowlevel/MotorResult.h"
 
@@ -41,8 +40,8 @@ int transfer(int fd, struct i2c_msg* msgs, int count) {
 }
 
 void logWriteRefused(const char* func) {
-    __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "fun = %s, I2C_RDWR is failed(error: %s)",
-                        func, strerror(errno));
+    __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "fun = %s, I2C_RDWR is failed(error: %s)", func,
+                        strerror(errno));
 }
 
 }  // namespace
@@ -116,8 +115,9 @@ int query_status(int fd, int write_addr, int read_addr, unsigned char reg, unsig
     }
     if (ret < 0) {
         const int err = errno;
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "fun = %s, I2C_RDWR is failed(%d, error:%d, %s)",
-                            __func__, ret, err, strerror(err));
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "fun = %s, I2C_RDWR is failed(%d, error:%d, %s)", __func__, ret, err,
+                            strerror(err));
         return ret;
     }
     return MOTOR_OK;
@@ -129,7 +129,8 @@ int iic_write_status(const char* path, int addr, int reg, unsigned char value) {
     if (fd < 0) return MOTOR_ERR_DEVICE;
     const int ret = set_status(fd, addr, static_cast<unsigned char>(reg & 0xff), value);
     close(fd);
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "fun = %s, I2C_RDWR ret = %d end", __func__, ret);
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "fun = %s, I2C_RDWR ret = %d end", __func__,
+                        ret);
     return ret;
 }
 
@@ -139,12 +140,13 @@ int iic_write_data(const char* path, int addr, int reg, const void* data, int le
     if (fd < 0) return MOTOR_ERR_DEVICE;
     const int ret = write_data(fd, addr, static_cast<unsigned char>(reg & 0xff), data, len);
     close(fd);
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "fun = %s, I2C_RDWR ret = %d end", __func__, ret);
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "fun = %s, I2C_RDWR ret = %d end", __func__,
+                        ret);
     return ret;
 }
 
-int iic_read(const char* path, int write_addr, int read_addr, unsigned char reg,
-             unsigned char* buf, int len) {
+int iic_read(const char* path, int write_addr, int read_addr, unsigned char reg, unsigned char* buf,
+             int len) {
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "fun = %s start", __func__);
     const int fd = open_device(path);
     if (fd < 0) return MOTOR_ERR_DEVICE;

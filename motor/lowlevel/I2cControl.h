@@ -14,8 +14,8 @@ int query_status(int fd, int write_addr, int read_addr, unsigned char reg, unsig
 // opened).
 int iic_write_status(const char* path, int addr, int reg, unsigned char value);
 int iic_write_data(const char* path, int addr, int reg, const void* data, int len);
-int iic_read(const char* path, int write_addr, int read_addr, unsigned char reg,
-             unsigned char* buf, int len);
+int iic_read(const char* path, int write_addr, int read_addr, unsigned char reg, unsigned char* buf,
+             int len);
 
 }  // namespace lumacast
 }  // namespace android

@@ -4,10 +4,9 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <log/log.h>
 #include <string.h>
 #include <unistd.h>
-
-#include <log/log.h>
 
 #include "motor/lowlevel/MotorResult.h"
 

@@ -41,7 +41,7 @@ namespace {
 // The words of one command. Reading a value that is missing or malformed records the first
 // problem and yields a harmless default; a command applies nothing unless ok().
 class Words {
-public:
+  public:
     explicit Words(std::vector<std::string> words) : mWords(std::move(words)) {}
 
     bool ok() const { return mError.empty(); }
@@ -90,7 +90,7 @@ public:
         return out;
     }
 
-private:
+  private:
     std::vector<std::string> mWords;
     std::string mError;
 };
@@ -115,8 +115,9 @@ std::string runBirch(Words& w) {
         const bool bad = w.goodBad(w.word(2));
         if (!w.ok()) return reply(w);
         withBirch([&](BirchMcu& m) {
-            (what == "version-crc" ? m.versionBadCrc
-                                   : what == "status-head" ? m.statusBadHead : m.statusBadCrc) = bad;
+            (what == "version-crc"   ? m.versionBadCrc
+             : what == "status-head" ? m.statusBadHead
+                                     : m.statusBadCrc) = bad;
         });
     } else if (what == "ack") {
         BirchMcu::AckFault f;
@@ -233,15 +234,13 @@ std::string stats() {
     withBirch([&](BirchMcu& m) {
         out += "\nbirch: version " + std::to_string(m.version) + ", requests " +
                std::to_string(m.requests) + ", packages " + std::to_string(m.packages) +
-               ", image bytes " + std::to_string(m.image.size()) +
-               (m.finished ? ", finished" : "");
+               ", image bytes " + std::to_string(m.image.size()) + (m.finished ? ", finished" : "");
     });
     for (int bus : {kCedarBus, kDamsonBus}) {
         withCedar(bus, [&](CedarMcu& m) {
-            out += "\ncedar on i2c-" + std::to_string(bus) + ": state " +
-                   std::to_string(m.state) + ", commands " + std::to_string(m.commands.size()) +
-                   ", packages " + std::to_string(m.received.size()) +
-                   (m.finished ? ", finished" : "");
+            out += "\ncedar on i2c-" + std::to_string(bus) + ": state " + std::to_string(m.state) +
+                   ", commands " + std::to_string(m.commands.size()) + ", packages " +
+                   std::to_string(m.received.size()) + (m.finished ? ", finished" : "");
         });
     }
     return out;

@@ -105,7 +105,7 @@ std::string command(const std::string& line);
 
 // Turns virtual time on for a scope.
 class VirtualTime {
-public:
+  public:
     VirtualTime() { setVirtualTime(true); }
     ~VirtualTime() { setVirtualTime(false); }
     VirtualTime(const VirtualTime&) = delete;

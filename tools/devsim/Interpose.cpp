@@ -22,10 +22,10 @@ Fn next(const char* name) {
     return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
 }
 
-#define DEFINE_NEXT(fn)                                                 \
-    DEVSIM_UNINSTRUMENTED decltype(&::fn) next_##fn() {                 \
-        static const auto real = next<decltype(&::fn)>(#fn);           \
-        return real;                                                    \
+#define DEFINE_NEXT(fn)                                      \
+    DEVSIM_UNINSTRUMENTED decltype(&::fn) next_##fn() {      \
+        static const auto real = next<decltype(&::fn)>(#fn); \
+        return real;                                         \
     }
 
 DEFINE_NEXT(open)
@@ -209,7 +209,7 @@ DEVSIM_UNINSTRUMENTED int nanosleep(const struct timespec* req, struct timespec*
 }
 
 DEVSIM_UNINSTRUMENTED int clock_nanosleep(clockid_t clock, int flags, const struct timespec* req,
-                    struct timespec* rem) {
+                                          struct timespec* rem) {
     // Only relative pauses can be moved to the simulated clock.
     if (flags == 0 && pauseFor(req)) return 0;
     return next_clock_nanosleep()(clock, flags, req, rem);

@@ -1,10 +1,9 @@
 #include "tools/devsim/Mcu.h"
 
 #include <string.h>
+#include <zlib.h>
 
 #include <algorithm>
-
-#include <zlib.h>
 
 namespace lumacast::devsim {
 
@@ -15,9 +14,7 @@ uint32_t le32(const uint8_t* p) {
            static_cast<uint32_t>(p[2]) << 16 | static_cast<uint32_t>(p[3]) << 24;
 }
 
-uint16_t le16(const uint8_t* p) {
-    return static_cast<uint16_t>(p[0] | p[1] << 8);
-}
+uint16_t le16(const uint8_t* p) { return static_cast<uint16_t>(p[0] | p[1] << 8); }
 
 void putLe32(uint8_t* p, uint32_t v) {
     for (int i = 0; i < 4; ++i) p[i] = static_cast<uint8_t>(v >> (8 * i));
@@ -37,9 +34,7 @@ uint32_t crc32Of(const uint8_t* data, size_t len) {
 
 // ---- BirchMcu --------------------------------------------------------------------------
 
-void BirchMcu::reset() {
-    *this = BirchMcu();
-}
+void BirchMcu::reset() { *this = BirchMcu(); }
 
 void BirchMcu::acknowledge(uint8_t kid, uint8_t status) {
     mAckPending = true;
@@ -179,9 +174,7 @@ bool BirchMcu::read(uint8_t reg, uint8_t* out, size_t len) {
 
 // ---- CedarMcu --------------------------------------------------------------------------
 
-void CedarMcu::reset() {
-    *this = CedarMcu();
-}
+void CedarMcu::reset() { *this = CedarMcu(); }
 
 namespace {
 

@@ -11,7 +11,7 @@ namespace lumacast::devsim {
 
 // A device on a simulated I2C bus. Both calls run under the simulator's lock.
 class I2cChip {
-public:
+  public:
     virtual ~I2cChip() = default;
     // A write message; data[0] is the register. False: the chip does not acknowledge.
     virtual bool write(const uint8_t* data, size_t len) = 0;
@@ -23,7 +23,7 @@ public:
 // The MCU of a MotorBirch board: version register and the framed upgrade on 0x20/0x21/0x30.
 // Tests change the behaviour fields and read the observed ones through withBirch().
 class BirchMcu : public I2cChip {
-public:
+  public:
     // Overrides applied to acknowledgements of `kid` (0: any) after `skip` of them.
     struct AckFault {
         int kid = 0;
@@ -62,7 +62,7 @@ public:
     bool read(uint8_t reg, uint8_t* out, size_t len) override;
     void reset() override;
 
-private:
+  private:
     void acknowledge(uint8_t kid, uint8_t status);
     uint8_t computedStatus() const;
 
@@ -76,7 +76,7 @@ private:
 // The MCU of a MotorCedar or MotorDamson board: motor registers and the upgrade bank
 // 0xE0-0xE7.
 class CedarMcu : public I2cChip {
-public:
+  public:
     static constexpr uint8_t kAccepted = 0x50;
     static constexpr uint8_t kRefused = 0x45;
 
@@ -84,7 +84,7 @@ public:
     uint8_t state = 0;
     uint8_t riseTime = 0;
     std::string version = "KORA-MCU-V1.0.7";  // at most 18 bytes are readable
-    int readyAfterPolls = 0;                   // polls answered "busy" first; -1: never ready
+    int readyAfterPolls = 0;                  // polls answered "busy" first; -1: never ready
     int infoRejects = 0;
     std::map<uint32_t, int> packageRejects;  // package number -> answers refused
     int finishRejects = 0;
@@ -109,7 +109,7 @@ public:
     bool complete() const;
     std::vector<uint8_t> image() const;
 
-private:
+  private:
     bool mReady = false;
     bool mInfoAccepted = false;
     uint8_t mInfoAnswer = 0;

@@ -152,7 +152,8 @@ bool faultRefuses(State& s, int bus, const Transfer& t, int* error) {
             (f.reg >= 0 && f.reg != reg)) {
             continue;
         }
-        if ((f.kind == Fault::Kind::Write && hasRead) || (f.kind == Fault::Kind::Read && !hasRead)) {
+        if ((f.kind == Fault::Kind::Write && hasRead) ||
+            (f.kind == Fault::Kind::Read && !hasRead)) {
             continue;
         }
         if (f.skip > 0) {
@@ -314,9 +315,7 @@ DEVSIM_UNINSTRUMENTED bool mayBeSimulated(int fd) {
     return __atomic_load_n(&gTrackedHigh, __ATOMIC_ACQUIRE) != 0;
 }
 
-DEVSIM_UNINSTRUMENTED bool isDeviceThread() {
-    return tDeviceThread;
-}
+DEVSIM_UNINSTRUMENTED bool isDeviceThread() { return tDeviceThread; }
 
 int openDevice(DeviceKind kind, int bus, int flags) {
     markDeviceThread();
@@ -369,9 +368,7 @@ bool handleIoctl(int fd, unsigned long request, void* arg, int* result) {
     return true;
 }
 
-void markDeviceThread() {
-    tDeviceThread = true;
-}
+void markDeviceThread() { tDeviceThread = true; }
 
 bool pause(uint64_t us) {
     State& s = state();

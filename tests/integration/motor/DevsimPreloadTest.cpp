@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <stdio.h>
@@ -13,8 +14,6 @@
 #include <sstream>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "tests/support/Namespace.h"
 #include "tests/support/TestEnv.h"
@@ -32,7 +31,7 @@ std::string preload() {
 
 // motor_probe running with devsim preloaded, as the daemon runs in the demo.
 class Probe {
-public:
+  public:
     Probe(const std::string& board, const std::vector<std::string>& env) {
         int in[2];
         int out[2];
@@ -40,7 +39,8 @@ public:
         std::vector<std::string> vars = env;
         vars.push_back("LD_PRELOAD=" + preload());
         vars.push_back("LUMACAST_LOG_QUIET=1");
-        for (const char* keep : {"PATH", "TMPDIR", "ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"}) {
+        for (const char* keep :
+             {"PATH", "TMPDIR", "ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"}) {
             if (const char* v = getenv(keep)) vars.push_back(std::string(keep) + "=" + v);
         }
         mPid = fork();
@@ -87,7 +87,7 @@ public:
         }
     }
 
-private:
+  private:
     pid_t mPid = -1;
     int mIn = -1;
     int mOut = -1;
@@ -95,8 +95,8 @@ private:
 
 // Runs devsimctl; returns its output and stores its exit status.
 std::string devsimctl(const std::string& socket, const std::string& command, int* status) {
-    const std::string line = std::string(DEVSIMCTL) + " --socket " + socket + " " + command +
-                             " 2>/dev/null";
+    const std::string line =
+            std::string(DEVSIMCTL) + " --socket " + socket + " " + command + " 2>/dev/null";
     FILE* p = popen(line.c_str(), "re");
     std::string out;
     if (p == nullptr) return out;

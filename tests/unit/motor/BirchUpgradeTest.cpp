@@ -1,11 +1,9 @@
+#include <gtest/gtest.h>
+#include <lumacast/host/LogCapture.h>
 #include <sys/stat.h>
 
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
-
-#include <lumacast/host/LogCapture.h>
 
 #include "motor/MotorBirch.h"
 #include "motor/lowlevel/MotorResult.h"
@@ -22,7 +20,7 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 
 class BirchUpgradeTest : public MotorTest {
-protected:
+  protected:
     void SetUp() override {
         MotorTest::SetUp();
         devsim::setBoard(devsim::Board::Birch);
@@ -47,8 +45,8 @@ protected:
         EXPECT_EQ(frame(1, {}), sent[0]);
         const size_t packages = lengths.size();
         EXPECT_EQ(frame(2, {static_cast<uint8_t>(image.size()),
-                            static_cast<uint8_t>(image.size() >> 8),
-                            static_cast<uint8_t>(packages), 0}),
+                            static_cast<uint8_t>(image.size() >> 8), static_cast<uint8_t>(packages),
+                            0}),
                   sent[1]);
         size_t offset = 0;
         for (size_t i = 0; i < packages; ++i) {
@@ -100,17 +98,35 @@ TEST_F(BirchUpgradeTest, AcknowledgementFaultsEndTheirStep) {
         size_t frames;
         const char* line;
     } cases[] = {
-            {"request acked for another kid", {1, 0, 1, -1, 2, 0, false}, MOTOR_ERR_DEVICE, 1,
+            {"request acked for another kid",
+             {1, 0, 1, -1, 2, 0, false},
+             MOTOR_ERR_DEVICE,
+             1,
              "func=get_cmd_receive_status,receive_kidcmd=1, read_kidcmd=2 \n"},
-            {"request ack with a bad head", {1, 0, 1, 0x5A, -1, -1, false}, MOTOR_ERR_DEVICE, 1,
+            {"request ack with a bad head",
+             {1, 0, 1, 0x5A, -1, -1, false},
+             MOTOR_ERR_DEVICE,
+             1,
              "func=get_cmd_receive_status,data head=5a err"},
-            {"information ack with a bad CRC", {2, 0, 1, -1, -1, -1, true}, MOTOR_ERR_DEVICE, 2,
+            {"information ack with a bad CRC",
+             {2, 0, 1, -1, -1, -1, true},
+             MOTOR_ERR_DEVICE,
+             2,
              "fun = mcu_upgrade_gpio, send_package_info fail"},
-            {"information refused", {2, 0, 1, -1, -1, 1, false}, MOTOR_ERR_DEVICE, 2,
+            {"information refused",
+             {2, 0, 1, -1, -1, 1, false},
+             MOTOR_ERR_DEVICE,
+             2,
              "func=get_cmd_receive_status, read_status=1\n"},
-            {"packages refused", {3, 0, -1, -1, -1, 1, false}, MOTOR_OK, 6,
+            {"packages refused",
+             {3, 0, -1, -1, -1, 1, false},
+             MOTOR_OK,
+             6,
              "func=upgrade_status_print,update success"},
-            {"finish refused", {4, 0, 1, -1, -1, 1, false}, MOTOR_ERR_DEVICE, 6,
+            {"finish refused",
+             {4, 0, 1, -1, -1, 1, false},
+             MOTOR_ERR_DEVICE,
+             6,
              "func=mcu_upgrade_gpio, get_cmd_receive_status MCU_UPGRADE_KIDCMD_SEND_OVER fail"},
     };
     Bytes image;

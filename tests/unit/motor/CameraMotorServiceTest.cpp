@@ -1,6 +1,8 @@
 // CameraMotorService through its binder stub, against devsim and fake GPIO files.
 #include <binder/Parcel.h>
 #include <cutils/properties.h>
+#include <gtest/gtest.h>
+#include <lumacast/host/LogCapture.h>
 
 #include <atomic>
 #include <functional>
@@ -8,10 +10,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <gtest/gtest.h>
-
-#include <lumacast/host/LogCapture.h>
 
 #include "service/CameraMotorService.h"
 #include "tests/unit/motor/MotorTestEnv.h"
@@ -46,7 +44,7 @@ const char* const kStatusProperty = "persist.sys.kora.camera.status";
 
 // A client that speaks the parcels of the interface to the service object.
 class Client {
-public:
+  public:
     explicit Client(const sp<IBinder>& service) : mService(service) {}
 
     // Sends a request; checks that the reply begins with an ok status and leaves `reply`
@@ -66,7 +64,8 @@ public:
         if (path.empty()) {
             call(code, nullptr, &reply);
         } else {
-            call(code, [&](Parcel& p) { p.writeUtf8AsUtf16(path); }, &reply);
+            call(
+                    code, [&](Parcel& p) { p.writeUtf8AsUtf16(path); }, &reply);
         }
         int32_t v = -12345;
         EXPECT_EQ(OK, reply.readInt32(&v));
@@ -88,20 +87,22 @@ public:
     }
     void setClientType(const std::string& type) {
         Parcel reply;
-        call(kSetClientType, [&](Parcel& p) { p.writeUtf8AsUtf16(type); }, &reply);
+        call(
+                kSetClientType, [&](Parcel& p) { p.writeUtf8AsUtf16(type); }, &reply);
         EXPECT_EQ(4u, reply.dataSize());
     }
     void setStatus(bool status) {
         Parcel reply;
-        call(kSetStatus, [&](Parcel& p) { p.writeBool(status); }, &reply);
+        call(
+                kSetStatus, [&](Parcel& p) { p.writeBool(status); }, &reply);
     }
 
-private:
+  private:
     sp<IBinder> mService;
 };
 
 class CameraMotorServiceTest : public MotorTest {
-protected:
+  protected:
     void SetUp() override {
         MotorTest::SetUp();
         mService = new CameraMotorService();

@@ -1,10 +1,9 @@
+#include <gtest/gtest.h>
+#include <lumacast/host/LogCapture.h>
+
 #include <algorithm>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
-
-#include <lumacast/host/LogCapture.h>
 
 #include "motor/MotorCedar.h"
 #include "motor/MotorDamson.h"
@@ -45,7 +44,7 @@ Bytes packageFrame(const Bytes& image, size_t offset, size_t n, uint32_t number)
 }
 
 class CedarUpgradeTest : public MotorTest {
-protected:
+  protected:
     void SetUp() override {
         MotorTest::SetUp();
         devsim::setBoard(devsim::Board::Cedar);

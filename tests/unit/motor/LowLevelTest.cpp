@@ -1,14 +1,12 @@
 #include <errno.h>
+#include <gtest/gtest.h>
+#include <lumacast/host/LogCapture.h>
 #include <string.h>
 #include <sys/stat.h>
 
 #include <random>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
-
-#include <lumacast/host/LogCapture.h>
 
 #include "motor/lowlevel/FileUtil.h"
 #include "motor/lowlevel/GpioControl.h"
@@ -219,11 +217,14 @@ TEST_F(LowLevelTest, VendorGpioNamedPinRead) {
 
     LogCapture log;
     strcpy(pin.name, "PIN_UNKNOWN");
-    EXPECT_EQ(MOTOR_ERR_DEVICE, _GPIOExecuteCommand(static_cast<int>(VENUS_GPIO_IOC_READ_PIN), &pin));
-    EXPECT_EQ(1u, log.count("func = _GPIOExecuteCommand, ioctl fail!! errno = 22, Invalid argument\n",
-                            ANDROID_LOG_ERROR));
+    EXPECT_EQ(MOTOR_ERR_DEVICE,
+              _GPIOExecuteCommand(static_cast<int>(VENUS_GPIO_IOC_READ_PIN), &pin));
+    EXPECT_EQ(1u,
+              log.count("func = _GPIOExecuteCommand, ioctl fail!! errno = 22, Invalid argument\n",
+                        ANDROID_LOG_ERROR));
     devsim::setVenusPresent(false);
-    EXPECT_EQ(MOTOR_ERR_DEVICE, _GPIOExecuteCommand(static_cast<int>(VENUS_GPIO_IOC_READ_PIN), &pin));
+    EXPECT_EQ(MOTOR_ERR_DEVICE,
+              _GPIOExecuteCommand(static_cast<int>(VENUS_GPIO_IOC_READ_PIN), &pin));
     EXPECT_EQ(1u, log.count("func = _open_GPIO_Device, gpio fd open fail!! errno = 2, No such file "
                             "or directory\n",
                             ANDROID_LOG_ERROR));

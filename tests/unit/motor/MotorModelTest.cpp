@@ -1,13 +1,11 @@
+#include <gtest/gtest.h>
+#include <lumacast/host/LogCapture.h>
 #include <string.h>
 
 #include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <gtest/gtest.h>
-
-#include <lumacast/host/LogCapture.h>
 
 #include "motor/IMotor.h"
 #include "motor/MotorBirch.h"
@@ -216,7 +214,7 @@ TEST_F(ModelTest, ConcurrentVersionReadsNeverShareABuffer) {
                 const char* expected = t % 3 == 0   ? "CEDAR-2"
                                        : t % 3 == 1 ? "DAMSON-1"
                                                     : "MOT-QN42R07-ZT3W105";
-                IMotor& motor = t % 3 == 0 ? static_cast<IMotor&>(cedar)
+                IMotor& motor = t % 3 == 0   ? static_cast<IMotor&>(cedar)
                                 : t % 3 == 1 ? static_cast<IMotor&>(damson)
                                              : static_cast<IMotor&>(birch);
                 const std::string text = motor.get_mcu_version();

@@ -5,11 +5,10 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <fstream>
 #include <random>
-
-#include <zlib.h>
 
 #include "tests/support/TestEnv.h"
 
@@ -82,9 +81,7 @@ std::string MotorTest::gpio(int line) {
     return std::string(buf, n > 0 ? static_cast<size_t>(n) : 0);
 }
 
-void MotorTest::removeGpio(int line) {
-    unlink(gpioPath(line).c_str());
-}
+void MotorTest::removeGpio(int line) { unlink(gpioPath(line).c_str()); }
 
 std::string MotorTest::writeImage(size_t size, std::vector<uint8_t>* bytes, uint32_t seed) {
     *bytes = randomBytes(size, seed);
@@ -106,9 +103,7 @@ uint32_t le32(const uint8_t* p) {
            static_cast<uint32_t>(p[2]) << 16 | static_cast<uint32_t>(p[3]) << 24;
 }
 
-uint16_t le16(const uint8_t* p) {
-    return static_cast<uint16_t>(p[0] | p[1] << 8);
-}
+uint16_t le16(const uint8_t* p) { return static_cast<uint16_t>(p[0] | p[1] << 8); }
 
 uint32_t zlibCrc(const uint8_t* p, size_t n) {
     return static_cast<uint32_t>(crc32(0, p, static_cast<uInt>(n)));

@@ -1,11 +1,10 @@
 #pragma once
 
+#include <gtest/gtest.h>
 #include <stdint.h>
 
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "tools/devsim/DevSim.h"
 
@@ -15,8 +14,7 @@ namespace lumacast::test {
 // value files on a tmpfs over /sys/class (this binary runs in its own mount namespace), and
 // must leave no descriptor open behind it.
 class MotorTest : public ::testing::Test {
-public:
-
+  public:
     static std::string gpioPath(int line);
     static void setGpio(int line, const std::string& value);
     static std::string gpio(int line);
@@ -25,11 +23,11 @@ public:
     // A file of `size` pseudo-random bytes in the test's temporary directory.
     static std::string writeImage(size_t size, std::vector<uint8_t>* bytes, uint32_t seed = 1);
 
-protected:
+  protected:
     void SetUp() override;
     void TearDown() override;
 
-private:
+  private:
     int mFdBaseline = 0;
 };
 
