@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <lumacast/host/LogCapture.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <string>
@@ -52,7 +53,7 @@ class CedarUpgradeTest : public MotorTest {
     static std::vector<Bytes> writes(int reg) { return devsim::writesTo(2, 0x28, reg); }
 };
 
-TEST_F(CedarUpgradeTest, ImageOf600BytesGoesInThreeNumberedPackages) {
+TEST_F(CedarUpgradeTest, ImagesGoInNumberedPackagesOf256Bytes) {
     Bytes image;
     const std::string path = writeImage(600, &image);
     devsim::VirtualTime vt;
@@ -82,18 +83,15 @@ TEST_F(CedarUpgradeTest, ImageOf600BytesGoesInThreeNumberedPackages) {
     EXPECT_TRUE(log.contains("path : " + path +
                              ", totalsize : 600, totalpackage : 3, lastpkgsize : 88"));
     EXPECT_TRUE(log.contains("cur_send_package_index = 3"));
-}
 
-TEST_F(CedarUpgradeTest, ImageOf512BytesGoesInTwoFullPackages) {
-    Bytes image;
-    const std::string path = writeImage(512, &image);
-    devsim::VirtualTime vt;
-    LogCapture log;
-    EXPECT_EQ(MOTOR_OK, MotorCedar().motor_mcu_upgrade(path));
-    const auto packages = writes(0xE4);
-    ASSERT_EQ(2u, packages.size());
-    EXPECT_EQ(packageFrame(image, 256, 256, 2), packages[1]);
-    EXPECT_TRUE(log.contains("path : " + path +
+    // A multiple of 256: full packages only.
+    devsim::clearTransfers();
+    const std::string even = writeImage(512, &image);
+    EXPECT_EQ(MOTOR_OK, MotorCedar().motor_mcu_upgrade(even));
+    const auto full = writes(0xE4);
+    ASSERT_EQ(2u, full.size());
+    EXPECT_EQ(packageFrame(image, 256, 256, 2), full[1]);
+    EXPECT_TRUE(log.contains("path : " + even +
                              ", totalsize : 512, totalpackage : 2, lastpkgsize : 0"));
 }
 
@@ -101,6 +99,8 @@ TEST_F(CedarUpgradeTest, EmptyOrMissingImageEndsBeforeAnyPackage) {
     Bytes bytes;
     const std::string empty = writeImage(0, &bytes);
     const std::string missing = testTempDir() + "/missing.bin";
+    const std::string directory = testTempDir() + "/cedar-image-dir";
+    mkdir(directory.c_str(), 0755);
     devsim::VirtualTime vt;
     struct {
         std::string path;
@@ -109,6 +109,8 @@ TEST_F(CedarUpgradeTest, EmptyOrMissingImageEndsBeforeAnyPackage) {
             {empty, {0, 0, 0, 0, 0, 0, 0, 0}},
             // Unknown size: -1 as 32 bits, 0x1000000 packages.
             {missing, {0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 1}},
+            // Unreadable: a directory has a size but yields no bytes.
+            {directory, {}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.path);
@@ -116,7 +118,9 @@ TEST_F(CedarUpgradeTest, EmptyOrMissingImageEndsBeforeAnyPackage) {
         LogCapture log;
         EXPECT_EQ(MOTOR_ERR_DEVICE, MotorCedar().motor_mcu_upgrade(c.path));
         EXPECT_EQ(1u, writes(0xE0).size());
-        EXPECT_EQ((std::vector<Bytes>{frame(c.info)}), writes(0xE2));
+        if (!c.info.empty()) {
+            EXPECT_EQ((std::vector<Bytes>{frame(c.info)}), writes(0xE2));
+        }
         EXPECT_TRUE(writes(0xE4).empty());
         EXPECT_TRUE(writes(0xE6).empty());
         EXPECT_TRUE(log.contains("fun = mcu_upgrade_iic, send_package fail", ANDROID_LOG_ERROR));
@@ -184,6 +188,11 @@ TEST_F(CedarUpgradeTest, BusFailuresDuringPackagesEndTheUpgrade) {
     Bytes image;
     const std::string path = writeImage(600, &image);
     devsim::VirtualTime vt;
+
+    devsim::setBusPresent(2, false);
+    EXPECT_EQ(MOTOR_ERR_DEVICE, MotorCedar().motor_mcu_upgrade(path));
+    EXPECT_TRUE(pauseLengths().empty());
+    devsim::setBusPresent(2, true);
 
     // The last package refused on the bus in all 50 attempts.
     devsim::Fault refuse;
