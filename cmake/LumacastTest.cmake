@@ -23,4 +23,9 @@ function(lumacast_add_test name)
     add_test(NAME ${name} COMMAND ${name})
     set_tests_properties(${name} PROPERTIES TIMEOUT ${T_TIMEOUT} SKIP_RETURN_CODE 77
             LABELS "${T_LABELS}")
+    if(CMAKE_CROSSCOMPILING_EMULATOR)
+        # Programs a test starts itself must go through the emulator too (no binfmt here).
+        list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " _emulator)
+        set_property(TEST ${name} APPEND PROPERTY ENVIRONMENT "LUMACAST_TEST_EMULATOR=${_emulator}")
+    endif()
 endfunction()

@@ -13,8 +13,10 @@ set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
 # instruction set; only the float calling convention differs (hard here, softfp on
 # Android), which leaves struct layouts, ioctl numbers and 32-bit arithmetic alone.
 # GCC 7.1 changed how some ARM aggregates are passed; nothing here links code that old.
-set(CMAKE_C_FLAGS_INIT "-Wno-psabi")
-set(CMAKE_CXX_FLAGS_INIT "-Wno-psabi")
+# Bionic's 32-bit dirent, stat and off_t are 64-bit; glibc's are not unless asked. Without
+# this, readdir on ext4 (64-bit directory offsets) fails with EOVERFLOW under qemu-arm.
+set(CMAKE_C_FLAGS_INIT "-Wno-psabi -D_FILE_OFFSET_BITS=64")
+set(CMAKE_CXX_FLAGS_INIT "-Wno-psabi -D_FILE_OFFSET_BITS=64")
 
 # Libraries for the target come from the cross sysroot and from LUMACAST_ARM_LIBS, a root
 # of Debian armhf library packages (tools/devicecheck/fetch-arm-libs).
