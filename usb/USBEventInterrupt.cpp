@@ -223,19 +223,27 @@ int USBEventInterrupt::onProcess(void*, void*) {
             continue;
         }
         if (fds[0].revents != 0) break;
-        if (fds[1].revents & POLLIN) {
+        if (fds[1].revents & (POLLIN | POLLERR)) {
+            // uevent_next_event waits until it gets a non-empty message, which would keep
+            // the destructor waiting if there were none: look first. This also collects the
+            // error an overflowed socket reports after a flood.
+            const ssize_t pending = recv(ueventFd, msg, 1, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
+            if (pending < 0) {
+                if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) {
+                    __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                        "USBEventInterrupt::onProcess recv failed!(%s,%d)",
+                                        strerror(errno), errno);
+                }
+                continue;
+            }
+            if (pending == 0) {
+                recv(ueventFd, msg, 1, MSG_DONTWAIT);
+                continue;
+            }
             memset(msg, 0, sizeof(msg));
             // One byte short of the buffer: the header stays terminated whatever arrives.
             uevent_next_event(msg, static_cast<int>(sizeof(msg) - 1));
             handleUevent(msg);
-        } else if (fds[1].revents & POLLERR) {
-            // Overflow after a flood: reading the pending error lets poll block again.
-            int err = 0;
-            socklen_t len = sizeof(err);
-            getsockopt(ueventFd, SOL_SOCKET, SO_ERROR, &err, &len);
-            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                                "USBEventInterrupt::onProcess uevent socket error(%s,%d)",
-                                strerror(err), err);
         } else if (fds[1].revents & (POLLHUP | POLLNVAL)) {
             __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
                                 "USBEventInterrupt::onProcess uevent socket closed");

@@ -1,0 +1,417 @@
+#include "tests/support/FakeDevice.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sched.h>
+#include <signal.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include <gtest/gtest.h>
+
+#include "tests/support/Namespace.h"
+#include "tests/support/Uevent.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/lsan_interface.h>
+#endif
+
+namespace lumacast::test {
+
+namespace {
+
+// Where the camera sits on the USB bus. Its network function (RNDIS) is the first
+// interface, the video function the second, so a kernel removes the network first.
+constexpr const char* kUsbDevice = "/devices/platform/soc/xhci-hcd.0/usb1/1-1";
+constexpr const char* kNetInterface = "1-1:1.0";
+constexpr const char* kVideoInterface = "1-1:1.2";
+
+std::string hex(unsigned value, bool upper, int width) {
+    char buf[16];
+    snprintf(buf, sizeof(buf), upper ? "%0*X" : "%0*x", width, value);
+    return buf;
+}
+
+std::string interfaceUevent(const UsbProduct& p, const char* driver, const char* type,
+                            const char* interfaceClass, const std::string& modaliasTail) {
+    return std::string("DEVTYPE=usb_interface\nDRIVER=") + driver + "\n" + productLine(p) +
+           "\nTYPE=239/2/1\nINTERFACE=" + type + "\nMODALIAS=usb:v" + hex(p.vid, true, 4) + "p" +
+           hex(p.pid, true, 4) + "d" + hex(p.bcdDevice, true, 4) + "dcEFdsc02dp01ic" +
+           interfaceClass + modaliasTail + "\n";
+}
+
+bool writeFile(const std::string& path, const std::string& text) {
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0) return false;
+    const ssize_t n = write(fd, text.data(), text.size());
+    close(fd);
+    return n == static_cast<ssize_t>(text.size());
+}
+
+bool makeDirs(const std::string& path) {
+    for (size_t pos = 1; pos <= path.size(); ++pos) {
+        if (pos == path.size() || path[pos] == '/') {
+            const std::string part = path.substr(0, pos);
+            if (mkdir(part.c_str(), 0755) != 0 && errno != EEXIST) return false;
+        }
+    }
+    return true;
+}
+
+std::string sysfsUeventPath(const std::string& classDir, int n) {
+    return "/sys/class/" + classDir + std::to_string(n) + "/device/uevent";
+}
+
+std::string videoDevpath(int n) {
+    return std::string(kUsbDevice) + "/" + kVideoInterface + "/video4linux/video" +
+           std::to_string(n);
+}
+
+// Runs `command` with /bin/sh, inside the network namespace `netnsPath` when not empty.
+int shell(const std::string& netnsPath, const std::string& command, std::string* output) {
+    int out[2] = {-1, -1};
+    if (output != nullptr && pipe2(out, O_CLOEXEC) != 0) return -1;
+    fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid < 0) {
+        if (output != nullptr) {
+            close(out[0]);
+            close(out[1]);
+        }
+        return -1;
+    }
+    if (pid == 0) {
+        // Only async-signal-safe calls: the parent may have threads.
+        if (!netnsPath.empty()) {
+            const int ns = open(netnsPath.c_str(), O_RDONLY | O_CLOEXEC);
+            if (ns < 0 || setns(ns, CLONE_NEWNET) != 0) _exit(126);
+        }
+        if (output != nullptr) dup2(out[1], STDOUT_FILENO);
+        execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    if (output != nullptr) {
+        close(out[1]);
+        char buf[4096];
+        ssize_t n;
+        while ((n = read(out[0], buf, sizeof(buf))) != 0) {
+            if (n > 0) {
+                output->append(buf, static_cast<size_t>(n));
+            } else if (errno != EINTR) {
+                break;
+            }
+        }
+        close(out[0]);
+    }
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0) {
+        if (errno != EINTR) return -1;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+}  // namespace
+
+std::string productLine(const UsbProduct& product) {
+    char buf[64];
+    snprintf(buf, sizeof(buf), "PRODUCT=%x/%x/%x", product.vid, product.pid, product.bcdDevice);
+    return buf;
+}
+
+std::string videoFunctionUevent(const UsbProduct& product) {
+    return interfaceUevent(product, "uvcvideo", "14/1/0", "0E", "isc01ip00in02");
+}
+
+std::string networkFunctionUevent(const UsbProduct& product) {
+    return interfaceUevent(product, "rndis_host", "224/1/3", "E0", "isc01ip03in00");
+}
+
+FakeDevice::~FakeDevice() { tearDown(); }
+
+bool FakeDevice::setUp(std::string* why) {
+    std::string reason;
+    bool ok = true;
+    if (mount("tmpfs", "/sys/class", "tmpfs", MS_NOSUID | MS_NODEV | MS_NOEXEC, "mode=755") != 0) {
+        reason = std::string("tmpfs over /sys/class: ") + strerror(errno);
+        ok = false;
+    } else {
+        mSysMounted = true;
+        ok = makeDirs("/sys/class/net") && makeDirs("/sys/class/video4linux") &&
+             makeDirs("/sys/class/gpio");
+        if (!ok) reason = std::string("/sys/class folders: ") + strerror(errno);
+    }
+    ok = ok && mountDev(&reason);
+    ok = ok && startCamera(&reason);
+    if (!ok) {
+        tearDown();
+        if (why != nullptr) *why = reason;
+    }
+    return ok;
+}
+
+bool FakeDevice::mountDev(std::string* why) {
+    // The old /dev stays reachable through this descriptor once the tmpfs covers it, so
+    // nothing has to be moved aside.
+    const int oldDev = open("/dev", O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (oldDev < 0) {
+        *why = std::string("open /dev: ") + strerror(errno);
+        return false;
+    }
+    const std::string old = "/proc/self/fd/" + std::to_string(oldDev) + "/";
+    if (mount("tmpfs", "/dev", "tmpfs", MS_NOSUID | MS_NOEXEC, "mode=755") != 0) {
+        *why = std::string("tmpfs over /dev: ") + strerror(errno);
+        close(oldDev);
+        return false;
+    }
+    mDevMounted = true;
+    bool ok = true;
+    for (const char* node : {"null", "zero", "urandom", "random", "full", "tty"}) {
+        const std::string target = std::string("/dev/") + node;
+        if (!writeFile(target, "") ||
+            mount((old + node).c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0) {
+            *why = "bind " + target + ": " + strerror(errno);
+            ok = false;
+            break;
+        }
+    }
+    for (const char* dir : {"pts", "shm"}) {
+        if (!ok) break;
+        const std::string target = std::string("/dev/") + dir;
+        if (mkdir(target.c_str(), 0755) != 0 ||
+            mount((old + dir).c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0) {
+            *why = "bind " + target + ": " + strerror(errno);
+            ok = false;
+        }
+    }
+    close(oldDev);
+    if (!ok) return false;
+    // What shells and tools expect to find; links are not device nodes, so the daemon's
+    // scan of /dev passes over them.
+    symlink("/proc/self/fd", "/dev/fd");
+    symlink("/proc/self/fd/0", "/dev/stdin");
+    symlink("/proc/self/fd/1", "/dev/stdout");
+    symlink("/proc/self/fd/2", "/dev/stderr");
+    symlink("pts/ptmx", "/dev/ptmx");
+    return true;
+}
+
+bool FakeDevice::startCamera(std::string* why) {
+    int ready[2];
+    if (pipe2(ready, O_CLOEXEC) != 0) {
+        *why = std::string("pipe: ") + strerror(errno);
+        return false;
+    }
+    fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid < 0) {
+        *why = std::string("fork: ") + strerror(errno);
+        close(ready[0]);
+        close(ready[1]);
+        return false;
+    }
+    if (pid == 0) {
+        // Holds the camera namespace until killed; async-signal-safe calls only.
+        close(ready[0]);
+        const char result = unshare(CLONE_NEWNET) == 0 ? 'y' : 'n';
+        if (write(ready[1], &result, 1) != 1 || result != 'y') _exit(1);
+        close(ready[1]);
+        for (;;) pause();
+    }
+    close(ready[1]);
+    char result = 'n';
+    ssize_t n;
+    while ((n = read(ready[0], &result, 1)) < 0 && errno == EINTR) {
+    }
+    close(ready[0]);
+    mCameraPid = pid;
+    if (n != 1 || result != 'y') {
+        *why = "camera network namespace refused";
+        return false;
+    }
+    if (runInCamera("ip link set lo up") != 0) {
+        *why = "camera loopback";
+        return false;
+    }
+    return true;
+}
+
+void FakeDevice::tearDown() {
+    while (!mNetworkFunctions.empty()) removeNetworkFunction(mNetworkFunctions.back());
+    mPlugged.clear();
+    mVideoNodes.clear();
+    if (mCameraPid > 0) {
+        kill(mCameraPid, SIGKILL);
+        while (waitpid(mCameraPid, nullptr, 0) < 0 && errno == EINTR) {
+        }
+        mCameraPid = -1;
+    }
+    if (mDevMounted) {
+        umount2("/dev", MNT_DETACH);
+        mDevMounted = false;
+    }
+    if (mSysMounted) {
+        umount2("/sys/class", MNT_DETACH);
+        mSysMounted = false;
+    }
+}
+
+bool FakeDevice::sendUsbUevent(const std::string& action, const std::string& devpath,
+                               const std::vector<std::string>& extra) {
+    return sendUevent(kernelUevent(action, devpath, "usb", extra));
+}
+
+bool FakeDevice::plug(const UsbProduct& product, int videoN, int usbN) {
+    return plug(product, product, videoN, usbN);
+}
+
+bool FakeDevice::plug(const UsbProduct& video, const UsbProduct& network, int videoN,
+                      int usbN) {
+    const std::string device = kUsbDevice;
+    const std::string product = productLine(video).substr(strlen("PRODUCT="));
+    bool ok = sendUsbUevent("add", device,
+                            {"DEVTYPE=usb_device", "PRODUCT=" + product, "TYPE=239/2/1",
+                             "BUSNUM=001", "DEVNUM=002", "DEVNAME=bus/usb/001/002", "MAJOR=189",
+                             "MINOR=1"});
+    ok = ok && sendUsbUevent("add", device + "/" + kNetInterface,
+                             {"DEVTYPE=usb_interface", "PRODUCT=" + product, "INTERFACE=224/1/3"});
+    ok = ok && sendUsbUevent("add", device + "/" + kVideoInterface,
+                             {"DEVTYPE=usb_interface", "PRODUCT=" + product, "INTERFACE=14/1/0"});
+    // The video driver is loaded already; the network driver binds a moment later.
+    ok = ok && addVideoFunction(videoN, videoFunctionUevent(video));
+    ok = ok && sendVideoUevent("add", videoN);
+    ok = ok && addNetworkFunction(usbN, networkFunctionUevent(network));
+    if (ok) mPlugged.push_back(Plugged{video, network, videoN, usbN});
+    return ok;
+}
+
+bool FakeDevice::unplug() {
+    if (mPlugged.empty()) return false;
+    const Plugged camera = mPlugged.back();
+    mPlugged.pop_back();
+    const std::string device = kUsbDevice;
+    bool ok = removeNetworkFunction(camera.usbN);
+    ok = sendUsbUevent("remove", device + "/" + kNetInterface, {"DEVTYPE=usb_interface"}) && ok;
+    ok = removeVideoFunction(camera.videoN) && ok;
+    ok = sendVideoUevent("remove", camera.videoN) && ok;
+    ok = sendUsbUevent("remove", device + "/" + kVideoInterface, {"DEVTYPE=usb_interface"}) && ok;
+    ok = sendUsbUevent("remove", device, {"DEVTYPE=usb_device"}) && ok;
+    return ok;
+}
+
+bool FakeDevice::addVideoFunction(int n, const std::string& ueventText) {
+    const std::string uevent = sysfsUeventPath("video4linux/video", n);
+    if (!makeDirs(uevent.substr(0, uevent.rfind('/'))) || !writeFile(uevent, ueventText) ||
+        !writeFile("/dev/video" + std::to_string(n), "")) {
+        return false;
+    }
+    if (std::find(mVideoNodes.begin(), mVideoNodes.end(), n) == mVideoNodes.end()) {
+        mVideoNodes.push_back(n);
+    }
+    return true;
+}
+
+bool FakeDevice::removeVideoFunction(int n) {
+    // The kernel removes the node before it announces the removal.
+    const bool ok = unlink(("/dev/video" + std::to_string(n)).c_str()) == 0;
+    unlink(sysfsUeventPath("video4linux/video", n).c_str());
+    mVideoNodes.erase(std::remove(mVideoNodes.begin(), mVideoNodes.end(), n), mVideoNodes.end());
+    return ok;
+}
+
+bool FakeDevice::sendVideoUevent(const std::string& action, int n) {
+    return sendUevent(kernelUevent(action, videoDevpath(n), "video4linux",
+                                   {"MAJOR=81", "MINOR=" + std::to_string(n),
+                                    "DEVNAME=video" + std::to_string(n)}));
+}
+
+bool FakeDevice::addNetworkFunction(int n, const std::string& ueventText) {
+    const std::string uevent = sysfsUeventPath("net/usb", n);
+    if (!makeDirs(uevent.substr(0, uevent.rfind('/'))) || !writeFile(uevent, ueventText)) {
+        return false;
+    }
+    const std::string name = "usb" + std::to_string(n);
+    const std::string peer = "cam" + std::to_string(n);
+    // One queue each way, like the camera's USB network function (queues/rx-0, tx-0).
+    if (runCommand("ip link add " + name + " numtxqueues 1 numrxqueues 1 type veth peer name " +
+                   peer + " numtxqueues 1 numrxqueues 1 netns " + std::to_string(mCameraPid)) !=
+        0) {
+        unlink(uevent.c_str());
+        return false;
+    }
+    mNetworkFunctions.push_back(n);
+    return runInCamera(std::string("ip addr add ") + kCameraAddress + "/24 dev " + peer +
+                       " && ip link set " + peer + " up") == 0;
+}
+
+bool FakeDevice::removeNetworkFunction(int n) {
+    const bool ok = runCommand("ip link del usb" + std::to_string(n)) == 0;
+    unlink(sysfsUeventPath("net/usb", n).c_str());
+    mNetworkFunctions.erase(std::remove(mNetworkFunctions.begin(), mNetworkFunctions.end(), n),
+                            mNetworkFunctions.end());
+    return ok;
+}
+
+bool FakeDevice::writeGpio(int gpio, const std::string& text) {
+    const std::string dir = "/sys/class/gpio/gpio" + std::to_string(gpio);
+    return makeDirs(dir) && writeFile(dir + "/value", text);
+}
+
+std::string FakeDevice::readGpio(int gpio) const {
+    std::string text;
+    const std::string path = "/sys/class/gpio/gpio" + std::to_string(gpio) + "/value";
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return text;
+    char buf[64];
+    ssize_t n;
+    while ((n = read(fd, buf, sizeof(buf))) > 0) text.append(buf, static_cast<size_t>(n));
+    close(fd);
+    return text;
+}
+
+int FakeDevice::runInCamera(const std::string& command, std::string* output) const {
+    if (mCameraPid <= 0) return -1;
+    return shell(cameraNetns(), command, output);
+}
+
+std::string FakeDevice::cameraNetns() const {
+    return "/proc/" + std::to_string(mCameraPid) + "/ns/net";
+}
+
+bool runIsolated(const std::function<void()>& body) {
+    fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid < 0) {
+        ADD_FAILURE() << "fork: " << strerror(errno);
+        return false;
+    }
+    if (pid == 0) {
+        if (unshare(CLONE_NEWNET | CLONE_NEWNS) != 0 ||
+            mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+            fprintf(stderr, "runIsolated: namespaces: %s\n", strerror(errno));
+            fflush(nullptr);
+            _exit(2);
+        }
+        setInterfaceUp("lo");
+        body();
+        bool ok = !::testing::Test::HasFailure();
+#if defined(__SANITIZE_ADDRESS__)
+        // _exit skips the leak check that a normal exit would run.
+        if (__lsan_do_recoverable_leak_check() != 0) ok = false;
+#endif
+        fflush(nullptr);
+        _exit(ok ? 0 : 1);
+    }
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0) {
+        if (errno != EINTR) return false;
+    }
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+}  // namespace lumacast::test
