@@ -203,33 +203,53 @@ bool FakeDevice::mountDev(std::string* why) {
 
 bool FakeDevice::startCamera(std::string* why) {
     int ready[2];
+    int hold[2];
     if (pipe2(ready, O_CLOEXEC) != 0) {
         *why = std::string("pipe: ") + strerror(errno);
+        return false;
+    }
+    if (pipe2(hold, O_CLOEXEC) != 0) {
+        *why = std::string("pipe: ") + strerror(errno);
+        close(ready[0]);
+        close(ready[1]);
         return false;
     }
     fflush(nullptr);
     const pid_t pid = fork();
     if (pid < 0) {
         *why = std::string("fork: ") + strerror(errno);
-        close(ready[0]);
-        close(ready[1]);
+        for (int fd : {ready[0], ready[1], hold[0], hold[1]}) close(fd);
         return false;
     }
     if (pid == 0) {
-        // Holds the camera namespace until killed; async-signal-safe calls only.
+        // Holds the camera namespace while the owner keeps its end of `hold` open: until
+        // tearDown, or until the owner dies. Async-signal-safe calls only.
         close(ready[0]);
+        close(hold[1]);
+        // Never keep the owner's output pipes open.
+        const int devNull = open("/dev/null", O_RDWR);
+        if (devNull >= 0) {
+            dup2(devNull, STDIN_FILENO);
+            dup2(devNull, STDOUT_FILENO);
+            dup2(devNull, STDERR_FILENO);
+        }
         const char result = unshare(CLONE_NEWNET) == 0 ? 'y' : 'n';
         if (write(ready[1], &result, 1) != 1 || result != 'y') _exit(1);
         close(ready[1]);
-        for (;;) pause();
+        char byte;
+        while (read(hold[0], &byte, 1) < 0 && errno == EINTR) {
+        }
+        _exit(0);
     }
     close(ready[1]);
+    close(hold[0]);
+    mHoldFd = hold[1];
+    mCameraPid = pid;
     char result = 'n';
     ssize_t n;
     while ((n = read(ready[0], &result, 1)) < 0 && errno == EINTR) {
     }
     close(ready[0]);
-    mCameraPid = pid;
     if (n != 1 || result != 'y') {
         *why = "camera network namespace refused";
         return false;
@@ -245,6 +265,10 @@ void FakeDevice::tearDown() {
     while (!mNetworkFunctions.empty()) removeNetworkFunction(mNetworkFunctions.back());
     mPlugged.clear();
     mVideoNodes.clear();
+    if (mHoldFd >= 0) {
+        close(mHoldFd);
+        mHoldFd = -1;
+    }
     if (mCameraPid > 0) {
         kill(mCameraPid, SIGKILL);
         while (waitpid(mCameraPid, nullptr, 0) < 0 && errno == EINTR) {

@@ -88,6 +88,7 @@ private:
     bool mSysMounted = false;
     bool mDevMounted = false;
     pid_t mCameraPid = -1;
+    int mHoldFd = -1;  // the camera namespace lives while this is open
     std::vector<int> mVideoNodes;
     std::vector<int> mNetworkFunctions;
     struct Plugged {

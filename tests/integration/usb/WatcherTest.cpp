@@ -13,6 +13,7 @@
 
 #include "tests/support/FakeDevice.h"
 #include "tests/support/Namespace.h"
+#include "tests/support/TestEnv.h"
 #include "tests/support/Uevent.h"
 #include "tests/support/WatcherSession.h"
 
@@ -229,6 +230,49 @@ TEST(WatcherTest, FunctionsOfTwoAcceptedModelsPassTogether) {
             EXPECT_EQ(videoNeedsHeartbeat, session.watcher().mKeepAlive.load());
         });
     }
+}
+
+// A failed set-up leaves the camera unknown; the next add uevent tries again.
+TEST(WatcherTest, FailedSetUpIsRetriedByTheNextAddUevent) {
+    constexpr const char* kFailed =
+            "lumacast USBEventInterrupt::checkConnectedDevice set usb & camera ip failed";
+    onFakeDevice([](FakeDevice& device, WatcherSession& session) {
+        // Fifteen records ahead of usb0 hide it from the interface list.
+        for (int i = 1; i <= 15; ++i) {
+            ASSERT_EQ(0, lumacast::test::runCommand("ip addr add 10.99.0." + std::to_string(i) +
+                                                    "/32 dev lo"));
+        }
+        session.start();
+        ASSERT_TRUE(device.plug(kAcceptedCamera));
+        ASSERT_TRUE(session.log.waitFor(kFailed, 10s));
+        ASSERT_TRUE(session.settle());
+        EXPECT_EQ(0u, session.client.count(kAdd));
+
+        ASSERT_EQ(0, lumacast::test::runCommand("ip addr flush dev lo label lo && "
+                                                "ip addr add 127.0.0.1/8 dev lo"));
+        ASSERT_TRUE(sendUevent(kernelUevent("add", "/devices/platform/x/1-1:1.2", "usb")));
+        ASSERT_TRUE(session.client.waitFor(kAdd, 1));
+        expectCameraNetwork(session.client.calls().back().probe);
+    });
+}
+
+// An interface named to smuggle a shell command, holding the address before the camera
+// does, is found first and refused: the camera is not announced and nothing runs.
+TEST(WatcherTest, HostileInterfaceNameNeverReachesTheShell) {
+    onFakeDevice([](FakeDevice& device, WatcherSession& session) {
+        ASSERT_EQ(0, chdir(lumacast::test::testTempDir().c_str()));
+        ASSERT_EQ(0, lumacast::test::runCommand(
+                             "ip link add 'usb;id>pwned' type veth peer name hostile0 && "
+                             "ip addr add 192.168.111.3/24 dev 'usb;id>pwned'"));
+        session.start();
+        ASSERT_TRUE(device.plug(kAcceptedCamera));
+        ASSERT_TRUE(session.log.waitFor(
+                "lumacast USBEventInterrupt::checkConnectedDevice set usb & camera ip failed", 10s));
+        ASSERT_TRUE(session.settle());
+        EXPECT_EQ(0u, session.client.count(kAdd));
+        EXPECT_NE(0, access("pwned", F_OK));
+        EXPECT_FALSE(has(commandOutput("ip rule show"), "lookup 100"));
+    });
 }
 
 // A flood arriving while a pass runs overflows the socket; what is left is handled, the
