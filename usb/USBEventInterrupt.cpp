@@ -5,7 +5,9 @@
 #include <arpa/inet.h>
 #include <dirent.h>
 #include <errno.h>
+#include <hardware_legacy/uevent.h>
 #include <limits.h>
+#include <log/log.h>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -19,9 +21,6 @@
 #include <unistd.h>
 
 #include <memory>
-
-#include <hardware_legacy/uevent.h>
-#include <log/log.h>
 
 namespace android {
 namespace lumacast {
@@ -137,7 +136,8 @@ void runShell(const char* command) {
 }  // namespace
 
 int USBEventInterrupt::Client::selfProcess(void* data1, void* data2) {
-    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "lumacast USBEventInterrupt::Client::selfProcess");
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                        "lumacast USBEventInterrupt::Client::selfProcess");
     if (nullptr == data1 || nullptr == data2) {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
                             "USBEventInterrupt::Client::selfProcess nullptr == data1 || nullptr == "
@@ -172,8 +172,8 @@ USBEventInterrupt::USBEventInterrupt(ILumacastClient* client)
     __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "lumacast USBEventInterrupt create");
     if (mWakeFd < 0) {
         // Without it the loop still works; only destruction waits for the next uevent.
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "USBEventInterrupt eventfd failed!(%s,%d)", strerror(errno), errno);
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "USBEventInterrupt eventfd failed!(%s,%d)",
+                            strerror(errno), errno);
     }
     mThreadObject = new Client(this);
     mThreadUEvent = new PThreadUtil(mThreadName, mThreadObject);
@@ -254,9 +254,11 @@ int USBEventInterrupt::onProcess(void*, void*) {
 }
 
 void USBEventInterrupt::handleUevent(char* msg) {
-    __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "[ORB]lumacast USBEventInterrupt::handleUevent");
+    __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                        "[ORB]lumacast USBEventInterrupt::handleUevent");
     if (sIsHandling) {
-        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "USBEventInterrupt::handleUevent isRunning");
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                            "USBEventInterrupt::handleUevent isRunning");
         return;
     }
     sIsHandling = true;
@@ -284,8 +286,7 @@ void USBEventInterrupt::parseUevent(char* msg) {
                                         "USBEventInterrupt::parseUevent %s exist", mUsbPath);
                 } else {
                     __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                                        "USBEventInterrupt::parseUevent fopen %s failed",
-                                        mUsbPath);
+                                        "USBEventInterrupt::parseUevent fopen %s failed", mUsbPath);
                     mIsVideo = false;
                     mHasTxQueue = false;
                     mVideoId = -1;
@@ -536,12 +537,14 @@ bool USBEventInterrupt::setDeviceIp(const char* prefix, int id, const char* ip) 
                             "lumacast USBEventInterrupt::setDeviceIp ioctl:%d failed!", ret);
         return false;
     }
-    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "lumacast USBEventInterrupt::setDeviceIp finish");
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                        "lumacast USBEventInterrupt::setDeviceIp finish");
     return true;
 }
 
 bool USBEventInterrupt::getNetDevName(char* netDevName) {
-    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "lumacast USBEventInterrupt::getNetDevName start");
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                        "lumacast USBEventInterrupt::getNetDevName start");
     if (netDevName == nullptr) return false;
 
     struct ifreq records[kIfconfRecords];

@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sched.h>
 #include <signal.h>
 #include <stdio.h>
@@ -12,8 +13,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-
-#include <gtest/gtest.h>
 
 #include "tests/support/Namespace.h"
 #include "tests/support/Uevent.h"
@@ -294,14 +293,13 @@ bool FakeDevice::plug(const UsbProduct& product, int videoN, int usbN) {
     return plug(product, product, videoN, usbN);
 }
 
-bool FakeDevice::plug(const UsbProduct& video, const UsbProduct& network, int videoN,
-                      int usbN) {
+bool FakeDevice::plug(const UsbProduct& video, const UsbProduct& network, int videoN, int usbN) {
     const std::string device = kUsbDevice;
     const std::string product = productLine(video).substr(strlen("PRODUCT="));
-    bool ok = sendUsbUevent("add", device,
-                            {"DEVTYPE=usb_device", "PRODUCT=" + product, "TYPE=239/2/1",
-                             "BUSNUM=001", "DEVNUM=002", "DEVNAME=bus/usb/001/002", "MAJOR=189",
-                             "MINOR=1"});
+    bool ok =
+            sendUsbUevent("add", device,
+                          {"DEVTYPE=usb_device", "PRODUCT=" + product, "TYPE=239/2/1", "BUSNUM=001",
+                           "DEVNUM=002", "DEVNAME=bus/usb/001/002", "MAJOR=189", "MINOR=1"});
     ok = ok && sendUsbUevent("add", device + "/" + kNetInterface,
                              {"DEVTYPE=usb_interface", "PRODUCT=" + product, "INTERFACE=224/1/3"});
     ok = ok && sendUsbUevent("add", device + "/" + kVideoInterface,
@@ -349,9 +347,9 @@ bool FakeDevice::removeVideoFunction(int n) {
 }
 
 bool FakeDevice::sendVideoUevent(const std::string& action, int n) {
-    return sendUevent(kernelUevent(action, videoDevpath(n), "video4linux",
-                                   {"MAJOR=81", "MINOR=" + std::to_string(n),
-                                    "DEVNAME=video" + std::to_string(n)}));
+    return sendUevent(kernelUevent(
+            action, videoDevpath(n), "video4linux",
+            {"MAJOR=81", "MINOR=" + std::to_string(n), "DEVNAME=video" + std::to_string(n)}));
 }
 
 bool FakeDevice::addNetworkFunction(int n, const std::string& ueventText) {

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <errno.h>
+#include <hardware_legacy/uevent.h>
+#include <lumacast/host/LogCapture.h>
 #include <stdio.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -9,9 +11,6 @@
 #include <future>
 #include <memory>
 #include <thread>
-
-#include <hardware_legacy/uevent.h>
-#include <lumacast/host/LogCapture.h>
 
 #include "tests/support/RecordingClient.h"
 #include "usb/USBEventInterrupt.h"

@@ -1,12 +1,11 @@
 // usbwatch: runs the USB camera watcher alone and prints, one line each, what it tells the
 // streaming service. For trying the fake device by hand (scripts/fakedevice) and for
 // testing that script. Stops on SIGINT or SIGTERM.
+#include <hardware_legacy/uevent.h>
 #include <signal.h>
 #include <stdio.h>
 
 #include <atomic>
-
-#include <hardware_legacy/uevent.h>
 
 #include "service/ILumacastClient.h"
 #include "usb/USBEventInterrupt.h"

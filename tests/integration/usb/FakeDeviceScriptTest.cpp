@@ -1,9 +1,8 @@
+#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <fstream>
 #include <string>
-
-#include <gtest/gtest.h>
 
 #include "tests/support/Namespace.h"
 #include "tests/support/TestEnv.h"

@@ -1,4 +1,5 @@
 #include <dirent.h>
+#include <gtest/gtest.h>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
@@ -8,8 +9,6 @@
 #include <functional>
 #include <string>
 #include <thread>
-
-#include <gtest/gtest.h>
 
 #include "tests/support/FakeDevice.h"
 #include "tests/support/Namespace.h"
@@ -44,9 +43,9 @@ std::string refusal(int videoId, int usbId) {
 std::string networkState() {
     return "addr[" + commandOutput("ip -4 -o addr show dev usb0 2>/dev/null") + "] link[" +
            commandOutput("ip -o link show dev usb0 2>/dev/null") + "] rule[" +
-           commandOutput("ip rule show") + "] route[" + commandOutput("ip route show table 100 2>/dev/null") +
-           "] sysfs[" + (access("/sys/class/net/usb0/device/uevent", F_OK) == 0 ? "yes" : "no") +
-           "]";
+           commandOutput("ip rule show") + "] route[" +
+           commandOutput("ip route show table 100 2>/dev/null") + "] sysfs[" +
+           (access("/sys/class/net/usb0/device/uevent", F_OK) == 0 ? "yes" : "no") + "]";
 }
 
 bool has(const std::string& text, const std::string& part) {
@@ -83,7 +82,8 @@ bool threadAlive(const char* name) {
         FILE* f = fopen(path.c_str(), "r");
         if (f == nullptr) continue;
         char comm[32] = {};
-        if (fgets(comm, sizeof(comm), f) != nullptr && strcmp(comm, (std::string(name) + "\n").c_str()) == 0) {
+        if (fgets(comm, sizeof(comm), f) != nullptr &&
+            strcmp(comm, (std::string(name) + "\n").c_str()) == 0) {
             found = true;
         }
         fclose(f);
@@ -152,7 +152,8 @@ TEST(WatcherTest, VideoBeforeNetworkThenVideoRemovedWhileNetworkRemains) {
     onFakeDevice([](FakeDevice& device, WatcherSession& session) {
         session.start();
         ASSERT_TRUE(session.log.waitFor(refusal(-2, -2), 10s));
-        ASSERT_TRUE(device.addVideoFunction(0, lumacast::test::videoFunctionUevent(kAcceptedCamera)));
+        ASSERT_TRUE(
+                device.addVideoFunction(0, lumacast::test::videoFunctionUevent(kAcceptedCamera)));
         ASSERT_TRUE(device.sendVideoUevent("add", 0));
         ASSERT_TRUE(session.log.waitFor(refusal(0, -2), 10s));
         ASSERT_TRUE(session.settle());
@@ -176,7 +177,8 @@ TEST(WatcherTest, VideoBeforeNetworkThenVideoRemovedWhileNetworkRemains) {
         // The camera still counts as set up: a new add stops at once.
         const size_t passes = session.log.count(kPassStart);
         ASSERT_TRUE(sendUevent(kernelUevent("add", "/devices/platform/x/1-1:1.2", "usb")));
-        ASSERT_TRUE(sendUevent(kernelUevent("change", "/devices/x/video4linux/video0", "video4linux")));
+        ASSERT_TRUE(
+                sendUevent(kernelUevent("change", "/devices/x/video4linux/video0", "video4linux")));
         ASSERT_TRUE(session.settle());
         EXPECT_EQ(passes + 2, session.log.count(kPassStart));
         EXPECT_EQ(1u, session.client.count(kAdd));
@@ -193,8 +195,9 @@ TEST(WatcherTest, RefusedFunctionsAreNeverSetUp) {
         UsbProduct video;
         UsbProduct network;
     };
-    for (const Case& c : {Case{kRefusedCamera, kRefusedCamera}, Case{kAcceptedCamera, kRefusedCamera},
-                          Case{kRefusedCamera, kAcceptedCamera}}) {
+    for (const Case& c :
+         {Case{kRefusedCamera, kRefusedCamera}, Case{kAcceptedCamera, kRefusedCamera},
+          Case{kRefusedCamera, kAcceptedCamera}}) {
         SCOPED_TRACE(lumacast::test::productLine(c.video) + " " +
                      lumacast::test::productLine(c.network));
         onFakeDevice([&](FakeDevice& device, WatcherSession& session) {
@@ -267,7 +270,8 @@ TEST(WatcherTest, HostileInterfaceNameNeverReachesTheShell) {
         session.start();
         ASSERT_TRUE(device.plug(kAcceptedCamera));
         ASSERT_TRUE(session.log.waitFor(
-                "lumacast USBEventInterrupt::checkConnectedDevice set usb & camera ip failed", 10s));
+                "lumacast USBEventInterrupt::checkConnectedDevice set usb & camera ip failed",
+                10s));
         ASSERT_TRUE(session.settle());
         EXPECT_EQ(0u, session.client.count(kAdd));
         EXPECT_NE(0, access("pwned", F_OK));
@@ -283,14 +287,13 @@ TEST(WatcherTest, FloodDuringAPassLosesNothingThatMatters) {
         ASSERT_TRUE(session.log.waitFor(refusal(-2, -2), 10s));
         ASSERT_TRUE(device.plug(kAcceptedCamera));
         ASSERT_TRUE(session.log.waitFor(kPassStart, 2s, 2));
-        const std::string longMessage =
-                kernelUevent("change", "/devices/x/video4linux/video0", "video4linux",
-                             {std::string(8000, 'L')});
+        const std::string longMessage = kernelUevent("change", "/devices/x/video4linux/video0",
+                                                     "video4linux", {std::string(8000, 'L')});
         for (int i = 0; i < 3000; ++i) {
             switch (i % 4) {
                 case 0:
-                    sendUevent(kernelUevent("change", "/devices/x/video4linux/video0",
-                                            "video4linux"));
+                    sendUevent(
+                            kernelUevent("change", "/devices/x/video4linux/video0", "video4linux"));
                     break;
                 case 1:
                     sendUevent(longMessage);
@@ -354,7 +357,8 @@ TEST(WatcherTest, DestructionNeverWaitsForAUevent) {
         EXPECT_FALSE(threadAlive("ThreadUEvent"));
 
         // In the middle of a pass.
-        ASSERT_TRUE(device.addVideoFunction(0, lumacast::test::videoFunctionUevent(kAcceptedCamera)));
+        ASSERT_TRUE(
+                device.addVideoFunction(0, lumacast::test::videoFunctionUevent(kAcceptedCamera)));
         session.start();
         ASSERT_TRUE(session.log.waitFor(refusal(0, -2), 10s));
         ASSERT_TRUE(device.sendVideoUevent("add", 0));

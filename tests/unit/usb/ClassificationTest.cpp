@@ -1,12 +1,11 @@
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <functional>
 #include <string>
-
-#include <gtest/gtest.h>
 
 #include "tests/support/FakeDevice.h"
 #include "tests/support/WatcherSession.h"
@@ -99,8 +98,8 @@ TEST(VendorRangeTest, AcceptedPairsAndTheirKeepAlive) {
 }
 
 TEST(VendorRangeTest, UnsplittableLinesAreRefusedAndKeepTheFlag) {
-    const char* lines[] = {"PRODUCT", "PRODUCT=", "PRODUCT=2bc5", "PRODUCT=2bc5/",
-                           "PRODUCT=/",  "=/",      "",             "PRODUCT=2bc5\n"};
+    const char* lines[] = {"PRODUCT", "PRODUCT=", "PRODUCT=2bc5",  "PRODUCT=2bc5/", "PRODUCT=/",
+                           "=/",      "",         "PRODUCT=2bc5\n"};
     withIdleWatcher([&](USBEventInterrupt& watcher, WatcherSession& session) {
         for (bool keepAlive : {true, false}) {
             std::string prime = keepAlive ? "PRODUCT=416/5044/1" : "PRODUCT=416/5030/1";
@@ -125,10 +124,10 @@ TEST(DeviceIdTest, FirstMatchingEntryAndItsNumber) {
         int expected;
     };
     const Case cases[] = {
-            {"video7", 7},         {"video0", 0},    {"video14", 14},  {"video15", -2},
-            {"video2abc", 2},      {"xvideo3", 3},   {"video-3", -2},  {"video", -2},
-            {"video99999999999999999999999999", -2}, {"video4294967297", -2},
-            {"vid", -2},
+            {"video7", 7},           {"video0", 0},    {"video14", 14},
+            {"video15", -2},         {"video2abc", 2}, {"xvideo3", 3},
+            {"video-3", -2},         {"video", -2},    {"video99999999999999999999999999", -2},
+            {"video4294967297", -2}, {"vid", -2},
     };
     withIdleWatcher([&](USBEventInterrupt& watcher, WatcherSession& session) {
         EXPECT_EQ(-1, watcher.getDeviceIdNum("/dev/missing/", "video"));
@@ -176,9 +175,9 @@ TEST(DeviceTypeTest, ProductFileContents) {
     };
     withIdleWatcher([&](USBEventInterrupt& watcher, WatcherSession& session) {
         EXPECT_EQ(-1, watcher.checkWhatDeviceType("video4linux/video", 9));
-        EXPECT_TRUE(session.log.contains(
-                "USBEventInterrupt::checkWhatDeviceType fopen "
-                "devId:/sys/class/video4linux/video9/device/uevent failed"));
+        EXPECT_TRUE(
+                session.log.contains("USBEventInterrupt::checkWhatDeviceType fopen "
+                                     "devId:/sys/class/video4linux/video9/device/uevent failed"));
         EXPECT_EQ(-1, watcher.checkWhatDeviceType("video4linux/video", -2));
         EXPECT_EQ(-1, watcher.checkWhatDeviceType(std::string(400, 'a').c_str(), 1));
         int id = 0;
@@ -194,7 +193,8 @@ TEST(DeviceTypeTest, ProductFileContents) {
 // even when its product was refused.
 TEST(RemovalTest, RecordedNetworkFileDecidesRemoval) {
     withIdleWatcher([](USBEventInterrupt& watcher, WatcherSession& session) {
-        ASSERT_TRUE(writeUevent("net/usb", 1, lumacast::test::networkFunctionUevent(kRefusedCamera)));
+        ASSERT_TRUE(
+                writeUevent("net/usb", 1, lumacast::test::networkFunctionUevent(kRefusedCamera)));
         EXPECT_EQ(-1, watcher.checkWhatDeviceType("net/usb", 1));
         char remove[] = "remove@/devices/usb1/1-1/1-1:1.2/video4linux/video0";
         watcher.parseUevent(remove);

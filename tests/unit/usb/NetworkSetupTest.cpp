@@ -1,3 +1,4 @@
+#include <gtest/gtest.h>
 #include <net/if.h>
 #include <stdlib.h>
 #include <string.h>
@@ -9,8 +10,6 @@
 #include <chrono>
 #include <functional>
 #include <string>
-
-#include <gtest/gtest.h>
 
 #include "tests/support/FakeDevice.h"
 #include "tests/support/Namespace.h"
@@ -114,7 +113,8 @@ bool addVeth(const std::string& name) {
 }  // namespace
 
 TEST(NetworkSetupTest, AddressFlagsRuleAndRouteOnUsb0) {
-    withIdleWatcher([](USBEventInterrupt& watcher, WatcherSession& session, const std::string& ipLog) {
+    withIdleWatcher([](USBEventInterrupt& watcher, WatcherSession& session,
+                       const std::string& ipLog) {
         ASSERT_TRUE(addVeth("usb0"));
         char netDevName[IFNAMSIZ] = {};
         EXPECT_FALSE(watcher.getNetDevName(netDevName));
@@ -130,13 +130,14 @@ TEST(NetworkSetupTest, AddressFlagsRuleAndRouteOnUsb0) {
         EXPECT_STREQ("usb0", netDevName);
 
         ASSERT_TRUE(watcher.addRoute(netDevName));
-        EXPECT_EQ("rule add to 192.168.111.0/24 table 100\n"
-                  "route add 192.168.111.0/24 dev usb0 proto static scope link table 100\n",
-                  readText(ipLog));
+        EXPECT_EQ(
+                "rule add to 192.168.111.0/24 table 100\n"
+                "route add 192.168.111.0/24 dev usb0 proto static scope link table 100\n",
+                readText(ipLog));
+        EXPECT_NE(std::string::npos, ipOutput("rule show").find("to 192.168.111.0/24 lookup 100"));
         EXPECT_NE(std::string::npos,
-                  ipOutput("rule show").find("to 192.168.111.0/24 lookup 100"));
-        EXPECT_NE(std::string::npos, ipOutput("route show table 100")
-                                             .find("192.168.111.0/24 dev usb0 proto static scope link"));
+                  ipOutput("route show table 100")
+                          .find("192.168.111.0/24 dev usb0 proto static scope link"));
         EXPECT_NE(std::string::npos,
                   ipOutput("route get 192.168.111.10").find("dev usb0 table 100"));
 
@@ -144,18 +145,21 @@ TEST(NetworkSetupTest, AddressFlagsRuleAndRouteOnUsb0) {
         EXPECT_TRUE(watcher.addRoute(netDevName));
         EXPECT_EQ(4u, occurrences(readText(ipLog), "\n"));
         EXPECT_EQ(2u, occurrences(ipOutput("rule show"), "to 192.168.111.0/24 lookup 100"));
-        EXPECT_EQ(2u, session.log.count("lumacast USBEventInterrupt::addRoute add route success for usb0"));
+        EXPECT_EQ(2u, session.log.count(
+                              "lumacast USBEventInterrupt::addRoute add route success for usb0"));
     });
 }
 
 TEST(NetworkSetupTest, SetDeviceIpRefusals) {
     withIdleWatcher([](USBEventInterrupt& watcher, WatcherSession& session, const std::string&) {
         EXPECT_FALSE(watcher.setDeviceIp("usb", 2, "192.168.111.3"));
-        EXPECT_TRUE(session.log.contains("lumacast USBEventInterrupt::setDeviceIp ioctl:-1 failed!"));
+        EXPECT_TRUE(
+                session.log.contains("lumacast USBEventInterrupt::setDeviceIp ioctl:-1 failed!"));
         // A name cut to 15 characters would name another interface.
         ASSERT_TRUE(addVeth("usbusbusbusbusb"));
         EXPECT_FALSE(watcher.setDeviceIp("usbusbusbusbusb", 1, "192.168.111.3"));
-        EXPECT_FALSE(watcher.setDeviceIp(std::string(100, 'u').c_str(), 123456789, "192.168.111.3"));
+        EXPECT_FALSE(
+                watcher.setDeviceIp(std::string(100, 'u').c_str(), 123456789, "192.168.111.3"));
         EXPECT_EQ("", ipOutput("-4 addr show dev usbusbusbusbusb"));
         ASSERT_TRUE(addVeth("usb1"));
         EXPECT_FALSE(watcher.setDeviceIp("usb", 1, "192.168.111.300"));
@@ -200,14 +204,24 @@ TEST(NetworkSetupTest, OnlyTheFirstSixteenRecordsAreSearched) {
 }
 
 TEST(NetworkSetupTest, OnlyPlainUsbNamesReachTheShell) {
-    withIdleWatcher([](USBEventInterrupt& watcher, WatcherSession& session, const std::string& ipLog) {
-        const char* refused[] = {"usb",      "usb0;id",  "usb;id>pwned",       "eth0",
-                                 "usb0 ",    " usb0",    "usb1$(touch pwned)", "usb12345678901234",
-                                 "usb0\n",   "USB0",     "usb-1"};
+    withIdleWatcher([](USBEventInterrupt& watcher, WatcherSession& session,
+                       const std::string& ipLog) {
+        const char* refused[] = {"usb",
+                                 "usb0;id",
+                                 "usb;id>pwned",
+                                 "eth0",
+                                 "usb0 ",
+                                 " usb0",
+                                 "usb1$(touch pwned)",
+                                 "usb12345678901234",
+                                 "usb0\n",
+                                 "USB0",
+                                 "usb-1"};
         for (const char* name : refused) EXPECT_FALSE(watcher.addRoute(name)) << name;
         EXPECT_FALSE(watcher.addRoute(nullptr));
         EXPECT_FALSE(watcher.addRoute(""));
-        EXPECT_EQ(2u, session.log.count("lumacast USBEventInterrupt::addRoute nullptr == netDevName err"));
+        EXPECT_EQ(2u, session.log.count(
+                              "lumacast USBEventInterrupt::addRoute nullptr == netDevName err"));
 
         // A real interface with a hostile name holding the address is found, and refused.
         ASSERT_TRUE(addVeth("usb;id>pwned"));
