@@ -51,6 +51,7 @@ constexpr int kMaxDeviceIdNum = 15;  // directory numbers from here on are refus
 constexpr size_t kUeventBufferSize = 256;
 constexpr size_t kLineSize = 256;
 constexpr useconds_t kSettleUs = 200000;
+constexpr useconds_t kPollRetryUs = 200000;
 // The kernel's interface list is read into room for this many records.
 constexpr int kIfconfRecords = 16;
 
@@ -218,7 +219,7 @@ int USBEventInterrupt::onProcess(void*, void*) {
                 __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
                                     "USBEventInterrupt::onProcess poll failed!(%s,%d)",
                                     strerror(errno), errno);
-                usleep(kSettleUs);
+                usleep(kPollRetryUs);
             }
             continue;
         }

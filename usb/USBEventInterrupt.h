@@ -49,7 +49,8 @@ public:
     // Judges a "PRODUCT=vid/pid/bcd" line, splitting it in place; sets mKeepAlive.
     bool isVendorInLumacastRange(char* productLine);
 
-    // Gives interface `prefix``id` the IPv4 address `ip` and brings it up.
+    // Gives the interface named `prefix` and the number `id` ("usb0") the IPv4 address
+    // `ip` and brings it up.
     bool setDeviceIp(const char* prefix, int id, const char* ip);
     // Copies into `netDevName` (room for IFNAMSIZ bytes) the first interface holding the
     // television's camera-side address whose name contains "usb".
