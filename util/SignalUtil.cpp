@@ -9,7 +9,8 @@
 namespace android {
 namespace lumacast {
 
-SignalUtil::SignalUtil() : mIsWaiting(false), mGeneration(0) {
+SignalUtil::SignalUtil()
+    : mIsWaiting(false), mGeneration(0), mIsArmed(false), mArmedGeneration(0) {
     pthread_mutex_init(&mMutex, nullptr);
     pthread_cond_init(&mCond, nullptr);
 }
@@ -40,7 +41,7 @@ int SignalUtil::wait() {
         return -2;
     }
     mIsWaiting = true;
-    const uint64_t generation = mGeneration;
+    const uint64_t generation = takeStartGeneration();
     int retWait = 0;
     while (generation == mGeneration) retWait = pthread_cond_wait(&mCond, &mMutex);
     __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SignalUtil::wait  pthread_cond_wait retWait = %d",
@@ -67,7 +68,7 @@ int SignalUtil::wait(int milliSecond) {
     struct timeval now;
     gettimeofday(&now, nullptr);
     const struct timespec deadline = deadlineFrom(now, milliSecond);
-    const uint64_t generation = mGeneration;
+    const uint64_t generation = takeStartGeneration();
     while (generation == mGeneration) {
         if (pthread_cond_timedwait(&mCond, &mMutex, &deadline) == ETIMEDOUT) break;
     }
@@ -78,7 +79,7 @@ int SignalUtil::wait(int milliSecond) {
 
 void SignalUtil::signal() {
     pthread_mutex_lock(&mMutex);
-    if (!mIsWaiting) {
+    if (!mIsWaiting && !mIsArmed) {
         pthread_mutex_unlock(&mMutex);
         __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SignalUtil::signal mIsWaiting:%d", 0);
         return;
@@ -86,6 +87,19 @@ void SignalUtil::signal() {
     ++mGeneration;
     pthread_cond_signal(&mCond);
     pthread_mutex_unlock(&mMutex);
+}
+
+void SignalUtil::arm() {
+    pthread_mutex_lock(&mMutex);
+    mIsArmed = true;
+    mArmedGeneration = mGeneration;
+    pthread_mutex_unlock(&mMutex);
+}
+
+uint64_t SignalUtil::takeStartGeneration() {
+    if (!mIsArmed) return mGeneration;
+    mIsArmed = false;
+    return mArmedGeneration;
 }
 
 bool SignalUtil::isWaiting() {

@@ -22,6 +22,9 @@ public:
     // 0 once signalled or timed out; -1 if milliSecond <= 0; -2 if another thread waits.
     int wait(int milliSecond);
     void signal();
+    // Keeps a signal() given from now on for the next wait(), which then returns at once.
+    // For callers that must start what will be signalled before they can block.
+    void arm();
 
     bool isWaiting();
 
@@ -29,12 +32,17 @@ public:
     static struct timespec deadlineFrom(const struct timeval& now, int milliSecond);
 
 private:
+    // The generation a wait starting now must see change; consumes an arm(). Under mMutex.
+    uint64_t takeStartGeneration();
+
     pthread_mutex_t mMutex;
     pthread_cond_t mCond;
     bool mIsWaiting;  // guarded by mMutex
     // Bumped by every signal that finds a waiter; a waiter returns only when it changes
     // (or the deadline passes), so spurious wake-ups are not mistaken for a signal.
     uint64_t mGeneration;  // guarded by mMutex
+    bool mIsArmed;                 // guarded by mMutex
+    uint64_t mArmedGeneration;     // guarded by mMutex
 };
 
 }  // namespace lumacast

@@ -116,3 +116,44 @@ TEST(SignalUtilTest, DeadlineCarriesIntoSeconds) {
     EXPECT_EQ(6, d.tv_sec);
     EXPECT_EQ(998999000, d.tv_nsec);
 }
+
+// An armed signal keeps a signal() that comes before the wait; only that one wait.
+TEST(SignalUtilTest, ArmedSignalKeepsOneEarlySignal) {
+    LogCapture log;
+    SignalUtil s;
+    s.signal();  // before arming: lost as always
+    s.arm();
+    s.signal();
+    EXPECT_EQ(1u, log.count("SignalUtil::signal mIsWaiting:0"));
+    auto early = std::async(std::launch::async, [&] { return s.wait(60000); });
+    ASSERT_EQ(std::future_status::ready, early.wait_for(5s));
+    EXPECT_EQ(0, early.get());
+
+    // The arm was used up: the next wait runs into its time-out.
+    const auto start = Clock::now();
+    EXPECT_EQ(0, s.wait(100));
+    EXPECT_GE(Clock::now() - start, 95ms);
+}
+
+TEST(SignalUtilTest, ArmDoesNotReplaySignalsGivenBeforeIt) {
+    SignalUtil s;
+    s.arm();
+    s.signal();
+    s.arm();  // re-arming forgets what came before
+    const auto start = Clock::now();
+    EXPECT_EQ(0, s.wait(100));
+    EXPECT_GE(Clock::now() - start, 95ms);
+}
+
+// Arm, let another thread signal whenever it likes, then wait: never lost.
+TEST(SignalUtilTest, ArmedHandshakesNeverLoseASignal) {
+    SignalUtil s;
+    for (int i = 0; i < 2000; ++i) {
+        s.arm();
+        std::thread signaller([&] { s.signal(); });
+        auto waiter = std::async(std::launch::async, [&] { return s.wait(60000); });
+        ASSERT_EQ(std::future_status::ready, waiter.wait_for(5s)) << "round " << i;
+        ASSERT_EQ(0, waiter.get());
+        signaller.join();
+    }
+}
