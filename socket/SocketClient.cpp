@@ -1,0 +1,687 @@
+#define LOG_TAG "lumacastservice"
+
+#include "socket/SocketClient.h"
+
+#include <arpa/inet.h>
+#include <errno.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <log/log.h>
+
+#include "socket/CameraProtocol.h"
+
+namespace android {
+namespace lumacast {
+
+namespace {
+
+constexpr useconds_t kReconnectPauseUs = 100000;
+constexpr int kMaxReconnectCount = 9;
+constexpr int kUninitWaitMs = 5000;
+// While init() connects on a binder thread, the read loop looks again this often.
+constexpr useconds_t kConnectingPollUs = 10000;
+// Bounds connect() and every write: a camera that neither answers nor refuses must not
+// hold a binder thread or the write thread for minutes.
+constexpr time_t kSendTimeoutSec = 2;
+
+}  // namespace
+
+int SocketClient::Client::selfProcess(void* data1, void* data2) {
+    if (data1 == nullptr || data2 == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "SocketClient::Client::selfProcess nullptr == data1 || nullptr == "
+                            "data2 err");
+        return -1;
+    }
+    if (mParent == nullptr) return -1;
+    const char* name = static_cast<const char*>(data2);
+    if (strcmp(name, mParent->mThreadReadName) == 0) return mParent->socketRead();
+    if (strcmp(name, mParent->mThreadWriteName) == 0) return mParent->socketWrite();
+    return -2;
+}
+
+SocketClient::SocketClient(ILumacastClient* client)
+    : connectState(DISCONNECT),
+      cameraExit(false),
+      mSignalAddCamera(nullptr),
+      mThreadWriteName("socketWrite"),
+      mThreadReadName("socketRead"),
+      mThreadWrite(nullptr),
+      mThreadRead(nullptr),
+      mWriteClient(nullptr),
+      mReadClient(nullptr),
+      mSendInfo{0, nullptr, 0},
+      mDataType(0),
+      mJsonLen(0),
+      mBlockCount(0),
+      mRecvJson(nullptr),
+      mSocketFD(-1),
+      mLumacastClient(client),
+      mIsUninit(false),
+      mSignalUninit(nullptr),
+      mAiData(nullptr),
+      mShutdownPending(false),
+      mWriting(false),
+      mLoopRunning(false),
+      mWriteInFlight(false),
+      mSendFrame{} {
+    mReadClient = new Client(this);
+    mWriteClient = new Client(this);
+    mThreadRead = new PThreadUtil(mThreadReadName, mReadClient);
+    mThreadWrite = new PThreadUtil(mThreadWriteName, mWriteClient);
+}
+
+SocketClient::~SocketClient() {
+    uninit();
+    delete mThreadRead;
+    mThreadRead = nullptr;
+    delete mThreadWrite;
+    mThreadWrite = nullptr;
+    delete mReadClient;
+    mReadClient = nullptr;
+    delete mWriteClient;
+    mWriteClient = nullptr;
+    free(mAiData);
+    mAiData = nullptr;
+    free(mRecvJson);
+    mRecvJson = nullptr;
+    delete mSignalAddCamera.exchange(nullptr);
+}
+
+int SocketClient::connectCamera(int* stage) {
+    *stage = 0;
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) return -1;
+    struct timeval timeout = {kSendTimeoutSec, 0};
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof(timeout));
+    struct sockaddr_in addr;
+    memset(&addr, 0, sizeof(addr));
+    addr.sin_family = AF_INET;
+    addr.sin_port = htons(CAMERA_PORT);
+    inet_pton(AF_INET, CAMERA_ADDRESS, &addr.sin_addr);
+    *stage = 1;
+    if (connect(fd, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) != 0) {
+        const int err = errno;
+        close(fd);
+        errno = err;
+        return -1;
+    }
+    // Each command is one small write whose answer is awaited; do not hold it back.
+    const int one = 1;
+    setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof(one));
+    return fd;
+}
+
+bool SocketClient::installSocket(int fd) {
+    std::unique_lock<std::mutex> lock(mStateMutex);
+    if (mShutdownPending) {
+        close(fd);
+        connectState = DISCONNECT;
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "SocketClient connection refused: shutting down");
+        return false;
+    }
+    closeSocketLocked(lock);
+    mSocketFD = fd;
+    mIsUninit = false;
+    connectState = CONNECTED;
+    return true;
+}
+
+void SocketClient::closeSocketLocked(std::unique_lock<std::mutex>& lock) {
+    const int fd = mSocketFD;
+    if (fd < 0) return;
+    // Wakes a write blocked on a full socket; the close then waits until that write has
+    // returned, so the descriptor number is never reused under it.
+    shutdown(fd, SHUT_RDWR);
+    mStateCond.wait(lock, [this] { return !mWriting; });
+    close(fd);
+    mSocketFD = -1;
+}
+
+void SocketClient::dropConnection() {
+    std::unique_lock<std::mutex> lock(mStateMutex);
+    closeSocketLocked(lock);
+    if (connectState == CONNECTED) connectState = DISCONNECT;
+}
+
+bool SocketClient::loopRunning() {
+    std::lock_guard<std::mutex> lock(mLoopMutex);
+    return mLoopRunning;
+}
+
+bool SocketClient::init() {
+    if (connectState == CONNECTED) {
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient::init connectState:%d ",
+                            CONNECTED);
+        return true;
+    }
+    {
+        std::lock_guard<std::mutex> lock(mStateMutex);
+        if (mShutdownPending) {
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "SocketClient::init shutting down");
+            return false;
+        }
+        const ConnectState state = connectState;
+        if (state != DISCONNECT) {
+            // Another caller or the read loop got there first; one connection at a time.
+            __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient::init connectState:%d ",
+                                state);
+            return state == CONNECTED;
+        }
+        connectState = CONNECTTING;
+    }
+    if (mThreadRead == nullptr || !mThreadRead->isInited()) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "SocketClient::init nullptr == mThreadRead err");
+        std::lock_guard<std::mutex> lock(mStateMutex);
+        connectState = DISCONNECT;
+        return false;
+    }
+    int stage = 0;
+    const int fd = connectCamera(&stage);
+    if (fd < 0) {
+        const int err = errno;
+        if (stage == 0) {
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                "SocketClient::init socket mSocketFD:%d failed!(%s,%d)", fd,
+                                strerror(err), err);
+        } else {
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                "SocketClient::init connect retSocket:%d failed!(%s,%d)", fd,
+                                strerror(err), err);
+        }
+        std::lock_guard<std::mutex> lock(mStateMutex);
+        connectState = DISCONNECT;
+        return false;
+    }
+    if (!installSocket(fd)) return false;
+
+    bool handOver = false;
+    {
+        std::lock_guard<std::mutex> lock(mLoopMutex);
+        if (!mLoopRunning) {
+            mLoopRunning = true;
+            handOver = true;
+        }
+    }
+    if (handOver) {
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient::init mThreadRead->process");
+        mThreadRead->process(&mDataType);
+    } else {
+        // A run between reconnects or waiting for the camera reads the new connection.
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient::init read loop running");
+    }
+    return true;
+}
+
+bool SocketClient::reconnect() {
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient::reconnect start");
+    {
+        std::lock_guard<std::mutex> lock(mStateMutex);
+        if (mShutdownPending || connectState != DISCONNECT) return false;
+        connectState = CONNECTTING;
+    }
+    int stage = 0;
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient::reconnect connect ");
+    const int fd = connectCamera(&stage);
+    if (fd < 0) {
+        const int err = errno;
+        if (stage == 0) {
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                "SocketClient::reconnect socket socketFD:%d failed!(%s,%d)", fd,
+                                strerror(err), err);
+        } else {
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                "SocketClient::reconnect connect ret:%d failed!(%s,%d)", fd,
+                                strerror(err), err);
+        }
+        std::lock_guard<std::mutex> lock(mStateMutex);
+        connectState = DISCONNECT;
+        return false;
+    }
+    if (!installSocket(fd)) return false;
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient::reconnect success");
+    return true;
+}
+
+int SocketClient::socketRead() {
+    const ConnectState state = connectState;
+    int ret = 0;
+    if (state != CONNECTED) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "SocketClient::socketRead connectState:%d err",
+                            state);
+        ret = -1;
+    } else if (mSocketFD < 0) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "SocketClient::socketRead 0 > mSocketFD:%d err",
+                            mSocketFD.load());
+        ret = -2;
+    }
+    if (ret != 0) {
+        std::lock_guard<std::mutex> lock(mLoopMutex);
+        mLoopRunning = false;
+        if (mSignalUninit != nullptr) mSignalUninit->signal();
+        mLoopCond.notify_all();
+        return ret;
+    }
+    int reconnectCount = 0;
+    for (;;) {
+        runPasses(&reconnectCount);
+        if (finishRun()) break;
+        reconnectCount = 0;
+    }
+    return 0;
+}
+
+bool SocketClient::finishRun() {
+    std::lock_guard<std::mutex> lock(mLoopMutex);
+    // init() found this run going and left its new connection to it.
+    if (!mIsUninit && connectState == CONNECTED) return false;
+    mLoopRunning = false;
+    // Under mLoopMutex, so uninit() cannot delete the signal while it is given.
+    if (mSignalUninit != nullptr) mSignalUninit->signal();
+    mLoopCond.notify_all();
+    return true;
+}
+
+void SocketClient::runPasses(int* reconnectCount) {
+    if (mIsUninit) return;
+    for (;;) {
+        if (!cameraExit) {
+            waitForCamera();
+            if (mIsUninit) return;
+        }
+        const ConnectState state = connectState;
+        if (state == DISCONNECT) {
+            if (!reconnect()) {
+                __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                    "SocketClient::socketRead reconnectSts:%d reconnectCount:%d",
+                                    0, *reconnectCount);
+                if (*reconnectCount > kMaxReconnectCount || mIsUninit) return;
+                usleep(kReconnectPauseUs);
+                ++*reconnectCount;
+                if (mIsUninit) return;
+                continue;
+            }
+        } else if (state == CONNECTTING) {
+            usleep(kConnectingPollUs);
+            if (mIsUninit) return;
+            continue;
+        }
+        readMessage();
+        if (mIsUninit) return;
+    }
+}
+
+void SocketClient::waitForCamera() {
+    {
+        std::unique_lock<std::mutex> lock(mStateMutex);
+        closeSocketLocked(lock);
+        if (connectState == CONNECTED) connectState = DISCONNECT;
+    }
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient camera do not exit, wait");
+    SignalUtil* signal = mSignalAddCamera.load();
+    if (signal == nullptr) {
+        signal = new SignalUtil();
+        mSignalAddCamera.store(signal);
+    }
+    // The service sets cameraExit and then signals. Arming before the last look keeps an
+    // add that falls between that look and the wait from being lost.
+    while (!cameraExit && !mIsUninit) {
+        signal->arm();
+        if (cameraExit || mIsUninit) break;
+        signal->wait();
+    }
+}
+
+void SocketClient::wakeCameraWait() {
+    SignalUtil* signal = mSignalAddCamera.load();
+    if (signal != nullptr) signal->signal();
+}
+
+bool SocketClient::readFully(int fd, uint8_t* buffer, int len, ssize_t* lastResult) {
+    int got = 0;
+    while (got < len) {
+        errno = 0;
+        const ssize_t n = read(fd, buffer + got, static_cast<size_t>(len - got));
+        if (n < 0 && errno == EINTR) continue;
+        *lastResult = n;
+        if (n <= 0) return false;
+        got += static_cast<int>(n);
+    }
+    return true;
+}
+
+void SocketClient::readMessage() {
+    const int fd = mSocketFD;
+    uint8_t head[LEN_AI_HEAD];
+    errno = 0;
+    const ssize_t headLen = read(fd, head, sizeof(head));
+    if (headLen <= 0) {
+        const int err = errno;
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "SocketClient::socketRead LEN_AI_HEAD(%d) > readLen(%d) failed(%s,%d)",
+                            LEN_AI_HEAD, static_cast<int>(headLen), strerror(err), err);
+        if (headLen < 0 && err == EINTR) return;
+        // End of stream and ECONNABORTED are dropped like any other failure: the dead
+        // socket would otherwise be read again at once, without end.
+        dropConnection();
+        return;
+    }
+    if (headLen < LEN_AI_HEAD) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "SocketClient::socketRead read head len:%d (LEN_AI_HEAD:%d)",
+                            static_cast<int>(headLen), LEN_AI_HEAD);
+        return;
+    }
+    if (head[0] != MSG_MAGIC_0 || head[1] != MSG_MAGIC_1 || head[2] != MSG_MAGIC_2 ||
+        (head[3] != MSG_KIND_DATA && head[3] != MSG_KIND_RESULT)) {
+        return;
+    }
+    const uint8_t kind = head[3];
+    mDataType = readBigEndian16(head + 4);
+    mJsonLen = readBigEndian32(head + 16);
+    mBlockCount = readBigEndian32(head + 20);
+    if (mBlockCount > MAX_BLOCK_COUNT) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "SocketClient::socketRead block count:%u > %u, message dropped",
+                            mBlockCount, MAX_BLOCK_COUNT);
+        return;
+    }
+
+    for (uint32_t i = 0; i < mBlockCount; ++i) {
+        if (!cameraExit || connectState == DISCONNECT) break;
+        uint8_t blockHead[LEN_BLOCK_HEAD];
+        ssize_t n = 0;
+        if (!readFully(fd, blockHead, LEN_BLOCK_HEAD, &n)) {
+            const int err = errno;
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                "SocketClient::socketRead read cmd block readLen:%d <= 0 err(%s,%d)",
+                                static_cast<int>(n), strerror(err), err);
+            // The connection has ended or failed; the remaining blocks cannot come.
+            break;
+        }
+        const int32_t payloadLen = static_cast<int32_t>(readBigEndian32(blockHead + 8));
+        if (payloadLen < 1) continue;
+        if (payloadLen > MAX_BLOCK_PAYLOAD_LEN) {
+            // The rest of the message cannot be trusted; its bytes are re-examined as headers.
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                "SocketClient::socketRead payload len:%d > %d, message dropped",
+                                payloadLen, MAX_BLOCK_PAYLOAD_LEN);
+            return;
+        }
+        void* grown = realloc(mAiData, static_cast<size_t>(payloadLen) + 1);
+        if (grown == nullptr) {
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "SocketClient::socketRead realloc fail");
+            continue;
+        }
+        mAiData = static_cast<unsigned char*>(grown);
+        const int32_t blockParam = static_cast<int32_t>(readBigEndian32(blockHead + 4));
+        memset(mAiData, 0, static_cast<size_t>(payloadLen) + 1);
+        int32_t got = 0;
+        while (got < payloadLen) {
+            const int32_t want = payloadLen - got < LEN_READ_PIECE ? payloadLen - got : LEN_READ_PIECE;
+            errno = 0;
+            const ssize_t r = read(fd, mAiData + got, static_cast<size_t>(want));
+            if (r < 0 && errno == EINTR) continue;
+            if (r <= 0) {
+                const int err = errno;
+                __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                    "SocketClient::socketRead read ai data readLen:%d <= 0 err(%s,%d)",
+                                    static_cast<int>(r), strerror(err), err);
+                break;
+            }
+            got += static_cast<int32_t>(r);
+        }
+        deliverBlock(blockParam, payloadLen);
+    }
+
+    if (kind != MSG_KIND_RESULT || mJsonLen == 0) return;
+    free(mRecvJson);
+    mRecvJson = nullptr;
+    if (mJsonLen > MAX_RESULT_TEXT_LEN) {
+        // Left unread; the text's bytes are re-examined as headers.
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "SocketClient::socketRead json len:%u > %u, text dropped", mJsonLen,
+                            MAX_RESULT_TEXT_LEN);
+        return;
+    }
+    // Zero-filled, so the bytes beyond a short read are defined.
+    mRecvJson = static_cast<char*>(calloc(mJsonLen + 1, 1));
+    ssize_t n = -1;
+    int err = ENOMEM;
+    if (mRecvJson != nullptr) {
+        do {
+            errno = 0;
+            n = read(fd, mRecvJson, mJsonLen);
+        } while (n < 0 && errno == EINTR);
+        err = errno;
+    }
+    if (n <= 0) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "SocketClient::socketRead read json readLen:%d <=0 err(%s,%d)",
+                            static_cast<int>(n), strerror(err), err);
+        free(mRecvJson);
+        mRecvJson = nullptr;
+        return;
+    }
+    mRecvJson[mJsonLen] = '\0';
+    deliverResult(static_cast<int>(n));
+}
+
+void SocketClient::deliverBlock(int blockParam, int len) {
+    if (mLumacastClient == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "SocketClient::socketRead nullptr == mLumacastClient err");
+        return;
+    }
+    switch (mDataType) {
+        case DATA_TYPE_AI_JSON:
+            mLumacastClient->processAiJson(mAiData, len);
+            break;
+        case DATA_TYPE_AI_PROTOBUF:
+            mLumacastClient->processAiProtobuf(mAiData, len);
+            break;
+        case DATA_TYPE_FRAME:
+            mLumacastClient->processFrame(static_cast<int>(mBlockCount), blockParam, mAiData, len);
+            break;
+        default:
+            break;
+    }
+}
+
+void SocketClient::deliverResult(int len) {
+    if (mLumacastClient == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "SocketClient::socketRead nullptr == mLumacastClient err");
+        return;
+    }
+    mLumacastClient->processResult(reinterpret_cast<unsigned char*>(mRecvJson), len);
+}
+
+void SocketClient::process(unsigned int cmd, unsigned char* data, int len) {
+    const ConnectState state = connectState;
+    if (state != CONNECTED) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "SocketClient::process connectState:%d err",
+                            state);
+        return;
+    }
+    if (mThreadWrite == nullptr || !mThreadWrite->isInited()) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "SocketClient::process nullptr == mThreadWrite err");
+        return;
+    }
+    if (len > MAX_FRAME_LEN) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "SocketClient::process len:%d > %d err",
+                            len, MAX_FRAME_LEN);
+        return;
+    }
+    sendFrame(cmd, data, len);
+}
+
+void SocketClient::sendFrame(unsigned int cmd, const unsigned char* data, int len) {
+    std::unique_lock<std::mutex> lock(mSendMutex);
+    mSendCond.wait(lock, [this] { return !mWriteInFlight; });
+    mSendInfo.cmd = cmd;
+    mSendInfo.jsonDataLen = len;
+    if (data == nullptr) {
+        mSendInfo.jsonData = nullptr;
+    } else {
+        // The writer looks at the first byte even of an empty frame.
+        memcpy(mSendFrame, data, len > 0 ? static_cast<size_t>(len) : 1);
+        mSendInfo.jsonData = mSendFrame;
+    }
+    mWriteInFlight = true;
+    lock.unlock();
+    mThreadWrite->process(&mSendInfo);
+}
+
+int SocketClient::socketWrite() {
+    const int ret = writeFrame();
+    {
+        std::lock_guard<std::mutex> lock(mSendMutex);
+        mWriteInFlight = false;
+    }
+    mSendCond.notify_all();
+    return ret;
+}
+
+int SocketClient::writeFrame() {
+    int fd = -1;
+    {
+        std::lock_guard<std::mutex> lock(mStateMutex);
+        const ConnectState state = connectState;
+        if (state != CONNECTED) {
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                "SocketClient::socketWrite connectState:%d err", state);
+            return -1;
+        }
+        fd = mSocketFD;
+        if (fd < 0) {
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                "SocketClient::socketWrite mSocketFD:%d < 0 err", fd);
+            return -2;
+        }
+        if (mSendInfo.jsonData == nullptr || mSendInfo.jsonData[0] == 0) {
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                "SocketClient::socketWrite nullptr == pSendInfo->jsonData err");
+            return -3;
+        }
+        if (mSendInfo.jsonDataLen < 1) {
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                "SocketClient::socketWrite pSendInfo->jsonDataLen:%d <= 0 err",
+                                mSendInfo.jsonDataLen);
+            return -4;
+        }
+        mWriting = true;
+    }
+    // MSG_NOSIGNAL: a camera that has closed the connection yields EPIPE, not SIGPIPE.
+    const ssize_t n = send(fd, mSendInfo.jsonData, static_cast<size_t>(mSendInfo.jsonDataLen),
+                           MSG_NOSIGNAL);
+    const int err = errno;
+    {
+        std::lock_guard<std::mutex> lock(mStateMutex);
+        mWriting = false;
+    }
+    mStateCond.notify_all();
+    if (n < 0) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "SocketClient::socketWrite write ret:%d < 0 failed!(%s,%d)",
+                            static_cast<int>(n), strerror(err), err);
+        return -5;
+    }
+    return 0;
+}
+
+void SocketClient::breakReadBlock() {
+    const ConnectState state = connectState;
+    if (state != CONNECTED) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "SocketClient::breakReadBlock connectState:%d err", state);
+        return;
+    }
+    if (mThreadWrite == nullptr || !mThreadWrite->isInited()) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "SocketClient::breakReadBlock nullptr == mThreadWrite err");
+        return;
+    }
+    char text[50];
+    memset(text, 0, sizeof(text));
+    snprintf(text, sizeof(text), "%s%d%s%d%s", "{\"cmd_id\":", 1, ",\"param\":", 0, "}");
+    const size_t textLen = strlen(text);
+    unsigned char frame[LEN_CMD_HEAD + sizeof(text)];
+    memcpy(frame, CMD_HEAD_MAGIC, sizeof(CMD_HEAD_MAGIC));
+    writeBigEndian32(frame + 4, static_cast<uint32_t>(textLen));
+    memcpy(frame + LEN_CMD_HEAD, text, textLen);
+    // sendFrame copies it into the link's own frame buffer.
+    sendFrame(1, frame, static_cast<int>(LEN_CMD_HEAD + textLen));
+}
+
+void SocketClient::uninit() {
+    const ConnectState state = connectState;
+    const bool running = loopRunning();
+    if (state == DISCONNECT) {
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient::uninit connectState:%d ",
+                            state);
+        // A run waiting for the camera or between reconnects must still be ended.
+        if (!running) return;
+    }
+    {
+        std::lock_guard<std::mutex> lock(mStateMutex);
+        mShutdownPending = true;
+        mIsUninit = true;
+    }
+    SignalUtil* signal = new SignalUtil();
+    bool waitForLoop = false;
+    {
+        std::lock_guard<std::mutex> lock(mLoopMutex);
+        // The loop may end before this thread begins to wait.
+        signal->arm();
+        mSignalUninit = signal;
+        waitForLoop = mLoopRunning;
+    }
+    wakeCameraWait();
+    if (state != DISCONNECT) breakReadBlock();
+    if (waitForLoop) {
+        const int retWait = signal->wait(kUninitWaitMs);
+        if (retWait < 0) {
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "SocketClient::uninit retWait:%d",
+                                retWait);
+        }
+        if (loopRunning()) {
+            // The camera did not answer: force a blocked read to return.
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                "SocketClient::uninit read loop still running, shutting down the socket");
+            {
+                std::lock_guard<std::mutex> lock(mStateMutex);
+                if (mSocketFD >= 0) shutdown(mSocketFD, SHUT_RDWR);
+            }
+            wakeCameraWait();
+            std::unique_lock<std::mutex> lock(mLoopMutex);
+            mLoopCond.wait(lock, [this] { return !mLoopRunning; });
+        }
+    }
+    {
+        std::lock_guard<std::mutex> lock(mLoopMutex);
+        mSignalUninit = nullptr;
+    }
+    delete signal;
+    free(mRecvJson);
+    mRecvJson = nullptr;
+    {
+        std::unique_lock<std::mutex> lock(mStateMutex);
+        closeSocketLocked(lock);
+        connectState = DISCONNECT;
+        mShutdownPending = false;
+    }
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "uninit finish");
+}
+
+}  // namespace lumacast
+}  // namespace android

@@ -1,0 +1,138 @@
+#pragma once
+
+#include <stdint.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+
+#include "service/ILumacastClient.h"
+#include "util/PThreadUtil.h"
+#include "util/SignalUtil.h"
+#include "util/ThreadObject.h"
+
+namespace android {
+namespace lumacast {
+
+enum ConnectState {
+    DISCONNECT = 0,
+    CONNECTED = 1,
+    CONNECTTING = 2,
+};
+
+// One command frame handed to the write thread.
+struct SendInfo {
+    unsigned int cmd;
+    unsigned char* jsonData;
+    int jsonDataLen;
+};
+
+// The TCP link to the camera: a read thread that cuts the camera's stream into messages
+// and hands them to the service, and a write thread that sends one command frame per
+// hand-over.
+class SocketClient {
+public:
+    class Client : public ThreadObject {
+    public:
+        explicit Client(SocketClient* parent) : mParent(parent) {}
+        int selfProcess(void* data1, void* data2) override;
+
+    private:
+        SocketClient* mParent;
+    };
+
+    // Largest frame process() accepts; the service's packets are at most 200 bytes.
+    static constexpr int MAX_FRAME_LEN = 200;
+
+    explicit SocketClient(ILumacastClient* client);
+    ~SocketClient();
+    SocketClient(const SocketClient&) = delete;
+    SocketClient& operator=(const SocketClient&) = delete;
+
+    // Connects and starts the read loop; true if connected afterwards. Never waits for a
+    // running read loop.
+    bool init();
+    // Ends the read loop and closes the connection.
+    void uninit();
+    // Queues one frame of `len` bytes for the write thread and returns without waiting
+    // for the write. The frame is copied, so `data` may be reused at once.
+    void process(unsigned int cmd, unsigned char* data, int len);
+    bool reconnect();
+    void breakReadBlock();
+    int socketRead();
+    int socketWrite();
+
+    // Read by the service before every command.
+    std::atomic<ConnectState> connectState;
+    // Written by the service: true while the camera is present.
+    std::atomic<bool> cameraExit;
+    // The read loop waits on it while the camera is absent; the service signals it when
+    // the camera comes back. Created by the loop once and then kept until destruction,
+    // since the watcher thread may signal it at any moment.
+    std::atomic<SignalUtil*> mSignalAddCamera;
+
+private:
+    // One pass: one message, as far as the stream allows.
+    void readMessage();
+    // Passes until the run should end; counts failed reconnects in *reconnectCount.
+    void runPasses(int* reconnectCount);
+    // Ends a run unless a connection made by init() meanwhile still needs the loop.
+    bool finishRun();
+    void waitForCamera();
+    bool readFully(int fd, uint8_t* buffer, int len, ssize_t* lastResult);
+    void deliverBlock(int blockParam, int len);
+    void deliverResult(int len);
+    // Opens a socket and connects it to the camera; -1 with errno set on failure. *stage
+    // tells which call failed (0 socket, 1 connect).
+    int connectCamera(int* stage);
+    // Installs a connected socket unless shutdown is under way; false if refused.
+    bool installSocket(int fd);
+    // Closes the current socket (waiting for a write in progress) and moves
+    // CONNECTED to DISCONNECT.
+    void dropConnection();
+    void closeSocketLocked(std::unique_lock<std::mutex>& lock);
+    void sendFrame(unsigned int cmd, const unsigned char* data, int len);
+    int writeFrame();
+    void wakeCameraWait();
+    bool loopRunning();
+
+    const char* mThreadWriteName;
+    const char* mThreadReadName;
+    PThreadUtil* mThreadWrite;
+    PThreadUtil* mThreadRead;
+    Client* mWriteClient;
+    Client* mReadClient;
+    SendInfo mSendInfo;  // filled only while no frame is in flight
+    // Receive state; its address is the read thread's work item.
+    uint16_t mDataType;
+    uint32_t mJsonLen;
+    uint32_t mBlockCount;
+    char* mRecvJson;
+    std::atomic<int> mSocketFD;
+    ILumacastClient* mLumacastClient;
+    std::atomic<bool> mIsUninit;
+    SignalUtil* mSignalUninit;  // guarded by mLoopMutex
+    unsigned char* mAiData;
+
+    // Connection changes: mSocketFD, connectState transitions, shutdown, and the pin
+    // that keeps a socket open while the write thread writes to it.
+    std::mutex mStateMutex;
+    std::condition_variable mStateCond;
+    bool mShutdownPending;  // guarded by mStateMutex
+    bool mWriting;          // guarded by mStateMutex
+
+    // Whether a run of the read loop is under way, so that init() neither hands over a
+    // second run (which would block it) nor leaves a new connection without a reader.
+    std::mutex mLoopMutex;
+    std::condition_variable mLoopCond;
+    bool mLoopRunning;  // guarded by mLoopMutex
+
+    // Senders are served one at a time; a frame stays untouched until it is written.
+    std::mutex mSendMutex;
+    std::condition_variable mSendCond;
+    bool mWriteInFlight;  // guarded by mSendMutex
+    unsigned char mSendFrame[MAX_FRAME_LEN];
+};
+
+}  // namespace lumacast
+}  // namespace android

@@ -1,0 +1,366 @@
+// The link's connection: connecting, drops, reconnect counting, camera removal and
+// return, shutdown in every state of the read loop, and concurrency.
+#include <signal.h>
+
+#include <future>
+#include <random>
+#include <thread>
+
+#include "tests/unit/socket/LinkTestSupport.h"
+
+using android::lumacast::CONNECTED;
+using android::lumacast::DISCONNECT;
+using android::lumacast::SocketClient;
+using lumacast::camsim::Command;
+using lumacast::camsim::dataMessage;
+using lumacast::camsim::ReplyRule;
+using lumacast::camsim::resultMessage;
+using lumacast::camsim::StreamSpec;
+
+namespace lumacast::test {
+namespace {
+
+std::string reconnectLine(int count) {
+    return "SocketClient::socketRead reconnectSts:0 reconnectCount:" + std::to_string(count);
+}
+
+// What the service does when the camera comes back.
+void cameraAdded(SocketClient* link) {
+    link->cameraExit = true;
+    if (auto* signal = link->mSignalAddCamera.load()) signal->signal();
+}
+
+template <typename F>
+bool finishesWithin(std::chrono::seconds limit, F&& f) {
+    auto done = std::async(std::launch::async, std::forward<F>(f));
+    return done.wait_for(limit) == std::future_status::ready;
+}
+
+bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit = 10s) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::sleep_for(1ms);
+    }
+    return true;
+}
+
+TEST_F(LinkTest, InitWhileConnectedChangesNothing) {
+    connect();
+    EXPECT_TRUE(link->init());
+    EXPECT_TRUE(log.contains("SocketClient::init connectState:1 ", ANDROID_LOG_DEBUG));
+    EXPECT_EQ(1u, camera->connectionCount());
+    EXPECT_EQ(1u, log.count("SocketClient::init mThreadRead->process"));
+}
+
+TEST_F(LinkTest, InitWithoutCameraFailsCleanly) {
+    ASSERT_TRUE(camera->setRefusing(true));
+    link = std::make_unique<SocketClient>(&client);
+    link->cameraExit = true;
+    EXPECT_FALSE(link->init());
+    EXPECT_TRUE(log.contains("SocketClient::init connect retSocket:-1 failed!(Connection refused,111)",
+                             ANDROID_LOG_ERROR));
+    EXPECT_EQ(DISCONNECT, link->connectState.load());
+    ASSERT_TRUE(camera->setRefusing(false));
+    EXPECT_TRUE(link->init());
+    EXPECT_EQ(CONNECTED, link->connectState.load());
+}
+
+TEST_F(LinkTest, WorkItemsAreRoutedByThreadName) {
+    link = std::make_unique<SocketClient>(&client);
+    SocketClient::Client router(link.get());
+    int item = 0;
+    EXPECT_EQ(-1, router.selfProcess(nullptr, const_cast<char*>("socketRead")));
+    EXPECT_EQ(-1, router.selfProcess(&item, nullptr));
+    EXPECT_EQ(2u, log.count("SocketClient::Client::selfProcess nullptr == data1 || nullptr == data2 err"));
+    char otherName[] = "socketOther";
+    EXPECT_EQ(-2, router.selfProcess(&item, otherName));
+    // Compared by content, not by pointer.
+    char writeName[] = "socketWrite";
+    EXPECT_EQ(-1, router.selfProcess(&item, writeName));
+    EXPECT_TRUE(log.contains("SocketClient::socketWrite connectState:0 err"));
+}
+
+// End of stream and a reset both count as a dropped connection: no tight loop on the
+// dead socket, a reconnect, and a working link again.
+class DropTest : public LinkTest, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(DropTest, DroppedConnectionIsReconnected) {
+    const bool reset = GetParam();
+    connect();
+    camera->dropConnection(reset);
+    ASSERT_TRUE(camera->waitForConnections(2, 10s));
+    ASSERT_TRUE(log.waitFor("SocketClient::reconnect success", 10s));
+    const std::string failure = reset
+            ? "SocketClient::socketRead LEN_AI_HEAD(24) > readLen(-1) failed(Connection reset by peer,104)"
+            : "SocketClient::socketRead LEN_AI_HEAD(24) > readLen(0) failed(Success,0)";
+    EXPECT_EQ(1u, log.count(failure, ANDROID_LOG_ERROR));
+    EXPECT_EQ(2u, camera->connectionCount());
+    ASSERT_TRUE(camera->send(resultMessage("again")));
+    ASSERT_TRUE(client.waitForCount(1));
+    EXPECT_EQ("again", client.deliveries()[0].bytes);
+}
+
+INSTANTIATE_TEST_SUITE_P(FinAndReset, DropTest, ::testing::Values(false, true));
+
+TEST_F(LinkTest, GivesUpAfterElevenFailedReconnectsThenInitStartsAfresh) {
+    connect();
+    ASSERT_TRUE(camera->setRefusing(true));
+    camera->dropConnection();
+    ASSERT_TRUE(log.waitFor(reconnectLine(10), 20s));
+    for (int i = 0; i <= 10; ++i) EXPECT_EQ(1u, log.count(reconnectLine(i))) << i;
+    EXPECT_EQ(11u, log.count("SocketClient::reconnect start"));
+    EXPECT_EQ(DISCONNECT, link->connectState.load());
+
+    // Connecting is left to the next init, which starts counting afresh (whether it meets
+    // the ending run or starts a new one).
+    ASSERT_TRUE(camera->setRefusing(false));
+    EXPECT_TRUE(link->init());
+    ASSERT_TRUE(camera->waitForConnections(2, 10s));
+    ASSERT_TRUE(camera->setRefusing(true));
+    camera->dropConnection();
+    ASSERT_TRUE(log.waitFor(reconnectLine(0), 20s, 2));
+}
+
+// One run tolerates eleven failed reconnects in all; a successful reconnect in between
+// does not reset the count.
+TEST_F(LinkTest, ReconnectCountSpansTheWholeRun) {
+    connect();
+    ASSERT_TRUE(camera->setRefusing(true));
+    camera->dropConnection();
+    ASSERT_TRUE(log.waitFor(reconnectLine(3), 20s));
+    ASSERT_TRUE(camera->setRefusing(false));
+    ASSERT_TRUE(camera->waitForConnections(2, 10s));
+    ASSERT_TRUE(camera->setRefusing(true));
+    camera->dropConnection();
+    ASSERT_TRUE(log.waitFor(reconnectLine(10), 20s));
+    for (int i = 0; i <= 10; ++i) EXPECT_EQ(1u, log.count(reconnectLine(i))) << i;
+    EXPECT_EQ(1u, log.count("SocketClient::reconnect success"));
+}
+
+TEST_F(LinkTest, CameraRemovedWhileConnectedWaitsForItsReturn) {
+    connect();
+    link->cameraExit = false;
+    // The loop notices at the start of its next pass.
+    ASSERT_TRUE(camera->send(resultMessage("last")));
+    ASSERT_TRUE(log.waitFor("SocketClient camera do not exit, wait", 10s));
+    ASSERT_TRUE(camera->waitForDisconnect(10s));
+    EXPECT_EQ(DISCONNECT, link->connectState.load());
+    std::string frame = bytesOf({0xFF, 0x00, 0xAB, 0xBC, 0, 0, 0, 2}) + "{}";
+    link->process(1, reinterpret_cast<unsigned char*>(&frame[0]), static_cast<int>(frame.size()));
+    EXPECT_TRUE(log.contains("SocketClient::process connectState:0 err"));
+
+    cameraAdded(link.get());
+    ASSERT_TRUE(log.waitFor("SocketClient::reconnect start", 10s));
+    ASSERT_TRUE(camera->waitForConnections(2, 10s));
+    ASSERT_TRUE(waitUntil([&] { return link->connectState == CONNECTED; }));
+    client.clear();
+    ASSERT_TRUE(camera->send(resultMessage("back")));
+    ASSERT_TRUE(client.waitForCount(1));
+    EXPECT_EQ("back", client.deliveries()[0].bytes);
+}
+
+// A camera that comes back while the loop is deciding to wait for it must still wake it.
+TEST_F(LinkTest, CameraReturnRacingTheWaitIsNeverLost) {
+    connect();
+    std::mt19937 random(7);
+    for (int round = 0; round < 150; ++round) {
+        link->cameraExit = false;
+        // Makes the loop run a pass; it may or may not read this before it looks.
+        camera->send(resultMessage("poke"));
+        const auto until = std::chrono::steady_clock::now() + std::chrono::microseconds(random() % 300);
+        while (std::chrono::steady_clock::now() < until) {
+        }
+        cameraAdded(link.get());
+        // The loop must be reading again; what went to a connection it closed is lost, so
+        // keep sending until one arrives.
+        const std::string back = "back" + std::to_string(round);
+        auto arrived = [&] {
+            for (const Delivery& d : client.deliveries()) {
+                if (d.bytes == back) return true;
+            }
+            camera->send(resultMessage(back));
+            return false;
+        };
+        ASSERT_TRUE(waitUntil(arrived)) << "round " << round << ": the loop never came back";
+        client.clear();
+    }
+    EXPECT_GT(log.count("SocketClient camera do not exit, wait"), 0u) << "no round reached the wait";
+}
+
+TEST_F(LinkTest, UninitWhileDisconnectedOnlyLogs) {
+    link = std::make_unique<SocketClient>(&client);
+    link->uninit();
+    EXPECT_TRUE(log.contains("SocketClient::uninit connectState:0 ", ANDROID_LOG_DEBUG));
+    EXPECT_FALSE(log.contains("uninit finish"));
+}
+
+TEST_F(LinkTest, UninitUnblocksTheReaderWithTheUnblockingCommand) {
+    connect();
+    camera->clearReceived();
+    link->uninit();
+    const std::string unblock = bytesOf({0xFF, 0x00, 0xAB, 0xBC, 0, 0, 0, 0x16}) +
+                                "{\"cmd_id\":1,\"param\":0}";
+    EXPECT_EQ(unblock, camera->receivedBytes());
+    EXPECT_TRUE(log.contains("uninit finish"));
+    EXPECT_EQ(DISCONNECT, link->connectState.load());
+    ASSERT_TRUE(camera->waitForDisconnect(10s));
+
+    // A later init starts a new run of the read loop.
+    EXPECT_TRUE(link->init());
+    EXPECT_EQ(2u, log.count("SocketClient::init mThreadRead->process"));
+    ASSERT_TRUE(camera->waitForConnections(2, 10s));
+    ASSERT_TRUE(camera->send(resultMessage("new run")));
+    ASSERT_TRUE(waitUntil([&] {
+        const auto all = client.deliveries();
+        return !all.empty() && all.back().bytes == "new run";
+    }));
+}
+
+// The camera ignores the unblocking command: shutdown still ends the blocked read.
+TEST_F(LinkTest, UninitEndsAReadThatNeverReturnsByItself) {
+    ReplyRule silent;
+    silent.silent = true;
+    camera->setDefaultRule(silent);
+    connect();
+    // Once this is delivered the loop goes back to a read that only the camera could end.
+    ASSERT_TRUE(camera->send(resultMessage("x")));
+    ASSERT_TRUE(client.waitForCount(1));
+    EXPECT_TRUE(finishesWithin(30s, [&] { link->uninit(); }));
+    EXPECT_TRUE(log.contains("SocketClient::uninit read loop still running, shutting down the socket"));
+    EXPECT_TRUE(log.contains("uninit finish"));
+    EXPECT_TRUE(finishesWithin(30s, [&] { link.reset(); }));
+}
+
+TEST_F(LinkTest, DestructionWhileWaitingForTheCameraEndsTheLoop) {
+    connect();
+    link->cameraExit = false;
+    ASSERT_TRUE(camera->send(resultMessage("x")));
+    ASSERT_TRUE(log.waitFor("SocketClient camera do not exit, wait", 10s));
+    EXPECT_TRUE(finishesWithin(20s, [&] { link.reset(); }));
+    EXPECT_TRUE(log.contains("~PThreadUtil socketRead exitRet:0"));
+}
+
+TEST_F(LinkTest, DestructionBetweenReconnectsEndsTheLoop) {
+    connect();
+    ASSERT_TRUE(camera->setRefusing(true));
+    camera->dropConnection();
+    ASSERT_TRUE(log.waitFor(reconnectLine(1), 20s));
+    EXPECT_TRUE(finishesWithin(20s, [&] { link.reset(); }));
+    EXPECT_FALSE(log.contains(reconnectLine(10)));
+}
+
+TEST_F(LinkTest, DestructionWhileTheCameraStreams) {
+    StreamSpec spec;
+    spec.blockSize = 8192;
+    spec.blocksPerMessage = 3;
+    camera->startStream(spec);
+    connect();
+    ASSERT_TRUE(client.waitForCount(50));
+    EXPECT_TRUE(finishesWithin(20s, [&] { link.reset(); }));
+    camera->stopStreams();
+}
+
+// Binder threads may all find the link down and call init at once: one connection, no
+// descriptor left behind.
+TEST_F(LinkTest, ConcurrentInitsMakeOneConnection) {
+    const size_t descriptorsBefore = openDescriptorCount();
+    link = std::make_unique<SocketClient>(&client);
+    link->cameraExit = true;
+    std::atomic<int> connected{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i) {
+        threads.emplace_back([&] {
+            if (link->init()) ++connected;
+        });
+    }
+    for (auto& t : threads) t.join();
+    EXPECT_GE(connected.load(), 1);
+    ASSERT_TRUE(camera->waitForConnections(1, 10s));
+    EXPECT_EQ(1u, camera->connectionCount());
+    EXPECT_EQ(1u, log.count("SocketClient::init mThreadRead->process"));
+    ASSERT_TRUE(camera->send(resultMessage("one")));
+    ASSERT_TRUE(client.waitForCount(1));
+    link.reset();
+    ASSERT_TRUE(camera->waitForDisconnect(10s));
+    EXPECT_EQ(descriptorsBefore, openDescriptorCount());
+}
+
+// A write to a connection the camera has reset fails with an error; it must not raise
+// SIGPIPE (which would end the daemon).
+TEST_F(LinkTest, WriteToAResetCameraIsAnErrorNotASignal) {
+    struct sigaction previous;
+    struct sigaction dfl;
+    memset(&dfl, 0, sizeof(dfl));
+    dfl.sa_handler = SIG_DFL;
+    ASSERT_EQ(0, sigaction(SIGPIPE, &dfl, &previous));
+
+    std::promise<void> release;
+    std::shared_future<void> released = release.get_future().share();
+    std::atomic<bool> holding{false};
+    client.setFrameHook([&] {
+        holding = true;
+        released.wait();
+    });
+    connect();
+    // Hold the reader inside a delivery so it cannot notice the reset itself.
+    ASSERT_TRUE(camera->send(dataMessage(3, {"f"})));
+    ASSERT_TRUE(waitUntil([&] { return holding.load(); }));
+    camera->dropConnection(true);
+    std::string frame = bytesOf({0xFF, 0x00, 0xAB, 0xBC, 0, 0, 0, 2}) + "{}";
+    bool brokenPipe = false;
+    for (int i = 0; i < 200 && !brokenPipe; ++i) {
+        link->process(1, reinterpret_cast<unsigned char*>(&frame[0]), static_cast<int>(frame.size()));
+        brokenPipe = log.waitFor("SocketClient::socketWrite write ret:-1 < 0 failed!(Broken pipe,32)",
+                                 50ms);
+    }
+    EXPECT_TRUE(brokenPipe);
+    EXPECT_EQ(CONNECTED, link->connectState.load()) << "a failed write leaves the state alone";
+    release.set_value();
+    ASSERT_TRUE(log.waitFor("SocketClient::reconnect success", 10s));
+    sigaction(SIGPIPE, &previous, nullptr);
+}
+
+// Commands go out while the camera streams: both directions stay intact.
+TEST_F(LinkTest, CommandsAndStreamShareTheLink) {
+    StreamSpec spec;
+    spec.blockSize = 4096;
+    spec.blocksPerMessage = 2;
+    spec.maxMessages = 400;
+    camera->startStream(spec);
+    connect();
+    std::vector<std::thread> senders;
+    for (int t = 0; t < 4; ++t) {
+        senders.emplace_back([&, t] {
+            for (int i = 0; i < 100; ++i) {
+                const std::string text = "{\"cmd_id\":" + std::to_string(20 + t) + ",\"param\":" +
+                                         std::to_string(i) + "}";
+                std::string frame = bytesOf({0xFF, 0x00, 0xAB, 0xBC, 0, 0, 0,
+                                             static_cast<int>(text.size())}) + text;
+                link->process(1, reinterpret_cast<unsigned char*>(&frame[0]),
+                              static_cast<int>(frame.size()));
+            }
+        });
+    }
+    for (auto& s : senders) s.join();
+    ASSERT_TRUE(camera->waitForCommands(400, 20s));
+    // Every command is answered; frames and results arrive in stream order.
+    ASSERT_TRUE(client.waitForCount(800 + 400, 30s));
+    int nextParam = 0;
+    size_t results = 0;
+    for (const Delivery& d : client.deliveries()) {
+        if (d.kind == Delivery::kResult) {
+            ++results;
+            continue;
+        }
+        ASSERT_EQ(Delivery::kFrame, d.kind);
+        EXPECT_EQ(nextParam++, d.blockParam);
+        EXPECT_EQ(4096, d.len);
+    }
+    EXPECT_EQ(400u, results);
+    EXPECT_EQ(800, nextParam);
+    camera->stopStreams();
+}
+
+}  // namespace
+}  // namespace lumacast::test

@@ -1,0 +1,347 @@
+// Bytes on the wire in both directions, and how the link cuts the camera's stream.
+#include <string.h>
+
+#include <random>
+#include <thread>
+
+#include "tests/unit/socket/LinkTestSupport.h"
+
+using android::lumacast::CONNECTED;
+using lumacast::camsim::Block;
+using lumacast::camsim::Command;
+using lumacast::camsim::dataMessage;
+using lumacast::camsim::encodeMessage;
+using lumacast::camsim::Message;
+using lumacast::camsim::resultMessage;
+
+namespace lumacast::test {
+namespace {
+
+const std::string kUnblockText = "{\"cmd_id\":1,\"param\":0}";
+
+std::string frameFor(const std::string& text) {
+    std::string frame = bytesOf({0xFF, 0x00, 0xAB, 0xBC, 0, 0, 0, static_cast<int>(text.size())});
+    return frame + text;
+}
+
+TEST_F(LinkTest, CommandFramesGoOutByteExact) {
+    connect();
+    const std::string expected = bytesOf({0xFF, 0x00, 0xAB, 0xBC, 0x00, 0x00, 0x00, 0x16, 0x7B,
+                                          0x22, 0x63, 0x6D, 0x64, 0x5F, 0x69, 0x64, 0x22, 0x3A,
+                                          0x31, 0x2C, 0x22, 0x70, 0x61, 0x72, 0x61, 0x6D, 0x22,
+                                          0x3A, 0x30, 0x7D});
+    std::string frame = expected;
+    link->process(1, reinterpret_cast<unsigned char*>(&frame[0]), static_cast<int>(frame.size()));
+    const std::string heartbeat = frameFor("{\"cmd_id\":254,\"param\":1}");
+    ASSERT_EQ(0x18, heartbeat[7]);
+    std::string copy = heartbeat;
+    link->process(254, reinterpret_cast<unsigned char*>(&copy[0]), static_cast<int>(copy.size()));
+    ASSERT_TRUE(camera->waitForCommands(2, 10s));
+    EXPECT_EQ(expected + heartbeat, camera->receivedBytes());
+}
+
+// process() copies the frame: the caller may reuse its buffer as soon as it returns.
+TEST_F(LinkTest, CallerBufferMayBeReusedAtOnce) {
+    connect();
+    std::string buffer = frameFor("{\"cmd_id\":14,\"param\":1}");
+    const std::string sent = buffer;
+    link->process(14, reinterpret_cast<unsigned char*>(&buffer[0]), static_cast<int>(buffer.size()));
+    std::fill(buffer.begin(), buffer.end(), 'x');
+    ASSERT_TRUE(camera->waitForCommands(1, 10s));
+    EXPECT_EQ(sent, camera->receivedBytes());
+}
+
+TEST_F(LinkTest, UnfitFramesAreRefusedAndNothingIsWritten) {
+    link = std::make_unique<android::lumacast::SocketClient>(&client);
+    std::string frame = frameFor(kUnblockText);
+    // Not connected: dropped with a log line.
+    link->process(1, reinterpret_cast<unsigned char*>(&frame[0]), static_cast<int>(frame.size()));
+    EXPECT_TRUE(log.contains("SocketClient::process connectState:0 err", ANDROID_LOG_ERROR));
+
+    link->cameraExit = true;
+    ASSERT_TRUE(link->init());
+    ASSERT_TRUE(camera->waitForConnections(1, 10s));
+    std::string zeroFirst = frame;
+    zeroFirst[0] = 0;
+    link->process(1, reinterpret_cast<unsigned char*>(&zeroFirst[0]), static_cast<int>(zeroFirst.size()));
+    ASSERT_TRUE(log.waitFor("PThreadUtil::onProcess socketWrite retInt:-3", 10s));
+    link->process(1, reinterpret_cast<unsigned char*>(&frame[0]), 0);
+    ASSERT_TRUE(log.waitFor("PThreadUtil::onProcess socketWrite retInt:-4", 10s));
+    link->process(1, nullptr, 30);
+    ASSERT_TRUE(log.waitFor("PThreadUtil::onProcess socketWrite retInt:-3", 10s, 2));
+    std::string huge(201, '\xFF');
+    link->process(1, reinterpret_cast<unsigned char*>(&huge[0]), static_cast<int>(huge.size()));
+    EXPECT_TRUE(log.contains("SocketClient::process len:201 > 200 err", ANDROID_LOG_ERROR));
+
+    // The link still works, and none of the refused frames reached the camera.
+    link->process(1, reinterpret_cast<unsigned char*>(&frame[0]), static_cast<int>(frame.size()));
+    ASSERT_TRUE(camera->waitForCommands(1, 10s));
+    EXPECT_EQ(frame, camera->receivedBytes());
+}
+
+// Many senders at once: every frame arrives whole, none interleaved or lost.
+TEST_F(LinkTest, ConcurrentSendersAreServedOneAtATime) {
+    connect();
+    constexpr int kThreads = 6;
+    constexpr int kPerThread = 150;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < kPerThread; ++i) {
+                std::string frame =
+                        frameFor("{\"cmd_id\":" + std::to_string(t) + ",\"param\":" + std::to_string(i) + "}");
+                link->process(static_cast<unsigned>(t), reinterpret_cast<unsigned char*>(&frame[0]),
+                              static_cast<int>(frame.size()));
+                // Scribble at once: a link that kept the caller's pointer would send this.
+                std::fill(frame.begin(), frame.end(), '\0');
+            }
+        });
+    }
+    for (auto& t : threads) t.join();
+    ASSERT_TRUE(camera->waitForCommands(kThreads * kPerThread, 20s));
+    std::vector<int> next(kThreads, 0);
+    for (const Command& c : camera->commands()) {
+        ASSERT_GE(c.cmdId, 0);
+        ASSERT_LT(c.cmdId, kThreads);
+        ASSERT_TRUE(c.param.has_value());
+        // Each sender's frames keep their order.
+        EXPECT_EQ(next[c.cmdId]++, *c.param);
+    }
+    size_t total = 0;
+    for (const Command& c : camera->commands()) total += c.frame.size();
+    EXPECT_EQ(total, camera->receivedBytes().size()) << "bytes outside any frame";
+}
+
+TEST_F(LinkTest, ResultTextIsHandedOnWithItsLengthAndAZero) {
+    connect();
+    Message m;
+    m.kind = 0xA2;
+    m.text = "hello";
+    ASSERT_TRUE(camera->sendMessage(m));
+    ASSERT_TRUE(client.waitForCount(1));
+    const Delivery d = client.deliveries()[0];
+    EXPECT_EQ(Delivery::kResult, d.kind);
+    EXPECT_EQ(5, d.len);
+    EXPECT_EQ("hello", d.bytes);
+    EXPECT_TRUE(d.zeroAfter);
+}
+
+// A data message carries no text, whatever its length field says: the bytes after its
+// header are the start of the next header.
+TEST_F(LinkTest, DataMessageTextIsReadAsTheNextHeader) {
+    connect();
+    const std::string next = resultMessage("xyz");  // 24-byte header, then "xyz"
+    Message data;
+    data.kind = 0xA1;
+    data.text = next.substr(0, 5);  // written after the header, J = 5
+    ASSERT_TRUE(camera->send(encodeMessage(data) + next.substr(5)));
+    ASSERT_TRUE(client.waitForCount(1));
+    const auto all = client.deliveries();
+    ASSERT_EQ(1u, all.size());
+    EXPECT_EQ(Delivery::kResult, all[0].kind);
+    EXPECT_EQ("xyz", all[0].bytes);
+}
+
+TEST_F(LinkTest, AiJsonBlockOfTheWireExample) {
+    connect();
+    const std::string json = "{\"a\":1}";
+    std::string bytes = bytesOf({0xFF, 0x00, 0x01, 0xA1, 0x00, 0x01, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+                                 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7});
+    bytes += json;
+    ASSERT_EQ(43u, bytes.size());
+    ASSERT_TRUE(camera->send(bytes));
+    ASSERT_TRUE(client.waitForCount(1));
+    const Delivery d = client.deliveries()[0];
+    EXPECT_EQ(Delivery::kAiJson, d.kind);
+    EXPECT_EQ(7, d.len);
+    EXPECT_EQ(json, d.bytes);
+    EXPECT_TRUE(d.zeroAfter);
+}
+
+TEST_F(LinkTest, FrameBlocksCarryTheirCountAndParameters) {
+    connect();
+    Message m;
+    m.kind = 0xA1;
+    m.dataType = 3;
+    m.blocks.push_back({7, std::string(100, 'a'), std::nullopt});
+    m.blocks.push_back({9, std::string(3000, 'b'), std::nullopt});
+    ASSERT_TRUE(camera->sendMessage(m));
+    ASSERT_TRUE(client.waitForCount(2));
+    const auto all = client.deliveries();
+    ASSERT_EQ(2u, all.size());
+    EXPECT_EQ(Delivery::kFrame, all[0].kind);
+    EXPECT_EQ(2, all[0].blockCount);
+    EXPECT_EQ(7, all[0].blockParam);
+    EXPECT_EQ(std::string(100, 'a'), all[0].bytes);
+    EXPECT_EQ(2, all[1].blockCount);
+    EXPECT_EQ(9, all[1].blockParam);
+    EXPECT_EQ(std::string(3000, 'b'), all[1].bytes);
+    EXPECT_TRUE(all[1].zeroAfter);
+}
+
+// Blocks that consume nothing or are not for the service leave the stream aligned.
+TEST_F(LinkTest, EmptyNegativeAndForeignBlocksAreSkippedInStep) {
+    connect();
+    Message empty;
+    empty.kind = 0xA1;
+    empty.dataType = 3;
+    Block zero{1, "", std::nullopt};
+    Block negative{2, "", static_cast<int32_t>(0x80000010u)};
+    empty.blocks = {zero, negative};
+    const std::string foreign = dataMessage(5, {std::string(2000, 'q')});
+    const std::string proto = dataMessage(2, {bytesOf({0, 1, 2, 0, 3})});
+    ASSERT_TRUE(camera->send(encodeMessage(empty) + foreign + proto + resultMessage("{\"r\":1}")));
+    ASSERT_TRUE(client.waitForCount(2));
+    const auto all = client.deliveries();
+    ASSERT_EQ(2u, all.size());
+    EXPECT_EQ(Delivery::kProtobuf, all[0].kind);
+    EXPECT_EQ(bytesOf({0, 1, 2, 0, 3}), all[0].bytes);
+    EXPECT_EQ(Delivery::kResult, all[1].kind);
+    EXPECT_EQ("{\"r\":1}", all[1].bytes);
+}
+
+TEST_F(LinkTest, ForeignHeaderIsDroppedSilently) {
+    connect();
+    Message foreign;
+    foreign.kind = 0xA3;
+    Message badMagic;
+    badMagic.kind = 0xA2;
+    badMagic.magic[2] = 0x02;
+    const size_t before = log.entries().size();
+    ASSERT_TRUE(camera->send(encodeMessage(foreign) + encodeMessage(badMagic) + resultMessage("ok")));
+    ASSERT_TRUE(client.waitForCount(1));
+    EXPECT_EQ("ok", client.deliveries()[0].bytes);
+    EXPECT_EQ(1u, client.count());
+    for (size_t i = before; i < log.entries().size(); ++i) {
+        EXPECT_EQ(std::string::npos, log.entries()[i].text.find("SocketClient"))
+                << log.entries()[i].text;
+    }
+}
+
+// A header read is one read call: a header cut short costs its bytes.
+TEST_F(LinkTest, ShortHeaderReadLosesItsBytes) {
+    connect();
+    const std::string message = resultMessage("first");
+    ASSERT_TRUE(camera->send(message.substr(0, 10)));
+    ASSERT_TRUE(log.waitFor("SocketClient::socketRead read head len:10 (LEN_AI_HEAD:24)", 10s));
+    // The rest of the broken message, then a whole one; the remainder (14 + 5 bytes) is
+    // too short to be taken for a header and is dropped with the next read.
+    ASSERT_TRUE(camera->send(message.substr(10)));
+    ASSERT_TRUE(log.waitFor("SocketClient::socketRead read head len:19 (LEN_AI_HEAD:24)", 10s));
+    ASSERT_TRUE(camera->send(resultMessage("second")));
+    ASSERT_TRUE(client.waitForCount(1));
+    EXPECT_EQ("second", client.deliveries()[0].bytes);
+    EXPECT_EQ(1u, client.count());
+}
+
+// The result text is one read call too: what that read returns is handed on.
+TEST_F(LinkTest, ResultTextCutInTwoDeliversTheFirstPiece) {
+    connect();
+    const std::string message = resultMessage("abcde");
+    ASSERT_TRUE(camera->send(message.substr(0, 24 + 3)));
+    ASSERT_TRUE(client.waitForCount(1));
+    const Delivery d = client.deliveries()[0];
+    EXPECT_EQ(3, d.len);
+    EXPECT_EQ("abc", d.bytes);
+    EXPECT_TRUE(d.zeroAfter) << "bytes past a short text read must be defined";
+}
+
+// Everything after the header may arrive in any pieces: block headers and payloads are
+// read until complete.
+TEST_F(LinkTest, BlocksSurviveAwkwardSegmentBoundaries) {
+    connect();
+    Message m;
+    m.kind = 0xA2;
+    m.dataType = 3;
+    std::string big(200 * 1024 + 13, '\0');
+    for (size_t i = 0; i < big.size(); ++i) big[i] = static_cast<char>(i * 31 + 5);
+    m.blocks.push_back({11, big, std::nullopt});
+    m.blocks.push_back({12, "tail", std::nullopt});
+    m.text = "{\"cmd_id\":3}";
+    const std::string bytes = encodeMessage(m);
+    ASSERT_TRUE(camera->send(bytes.substr(0, 24)));
+    // Odd-sized pieces with pauses cut block headers and the 1024-byte pieces anywhere,
+    // but not the result text (a single read), which goes out whole at the end.
+    camera->setChunking(7, 50us);
+    const size_t textAt = bytes.size() - m.text.size();
+    ASSERT_TRUE(camera->send(bytes.substr(24, 5000)));
+    camera->setChunking(1000 + 3, 0us);
+    ASSERT_TRUE(camera->send(bytes.substr(24 + 5000, textAt - 24 - 5000)));
+    camera->setChunking(0, 0us);
+    ASSERT_TRUE(client.waitForCount(2));
+    ASSERT_TRUE(camera->send(m.text));
+    ASSERT_TRUE(client.waitForCount(3));
+    const auto all = client.deliveries();
+    EXPECT_EQ(11, all[0].blockParam);
+    EXPECT_TRUE(all[0].bytes == big) << "payload corrupted";
+    EXPECT_EQ("tail", all[1].bytes);
+    EXPECT_EQ(m.text, all[2].bytes);
+}
+
+// Lengths that cannot be honoured are refused without reading or allocating them, and
+// the link keeps working.
+TEST_F(LinkTest, AbsurdLengthsAreRefused) {
+    connect();
+    Message hugeText;
+    hugeText.kind = 0xA2;
+    hugeText.declaredJsonLen = 0xFFFFFFFFu;
+    ASSERT_TRUE(camera->sendMessage(hugeText));
+    ASSERT_TRUE(log.waitFor("SocketClient::socketRead json len:4294967295 > 65536, text dropped", 10s));
+
+    Message manyBlocks;
+    manyBlocks.kind = 0xA1;
+    manyBlocks.dataType = 3;
+    manyBlocks.declaredBlockCount = 0xFFFFFFFFu;
+    ASSERT_TRUE(camera->sendMessage(manyBlocks));
+    ASSERT_TRUE(log.waitFor("SocketClient::socketRead block count:4294967295 > 65536, message dropped", 10s));
+
+    Message hugeBlock;
+    hugeBlock.kind = 0xA1;
+    hugeBlock.dataType = 3;
+    hugeBlock.blocks.push_back({1, "", 0x7FFFFFFF});
+    ASSERT_TRUE(camera->sendMessage(hugeBlock));
+    ASSERT_TRUE(log.waitFor("SocketClient::socketRead payload len:2147483647 > 16777216, message dropped", 10s));
+
+    ASSERT_TRUE(camera->send(resultMessage("alive")));
+    ASSERT_TRUE(client.waitForCount(1));
+    EXPECT_EQ("alive", client.deliveries()[0].bytes);
+    EXPECT_EQ(1u, camera->connectionCount());
+}
+
+// A hostile stream: random bytes with planted headers announcing huge or negative
+// lengths. Nothing may crash or hang; once the camera drops the connection the link
+// reconnects and works.
+TEST_F(LinkTest, HostileStreamThenDropThenRecovery) {
+    connect();
+    std::mt19937 random(4242);
+    std::string garbage;
+    for (int round = 0; round < 64; ++round) {
+        std::string noise(static_cast<size_t>(random() % 300), '\0');
+        for (char& c : noise) c = static_cast<char>(random());
+        garbage += noise;
+        Message planted;
+        planted.kind = random() % 2 ? 0xA1 : 0xA2;
+        planted.dataType = static_cast<uint16_t>(random() % 6);
+        planted.declaredJsonLen = random() % 3 == 0 ? static_cast<uint32_t>(random()) : random() % 40;
+        planted.declaredBlockCount = random() % 4;
+        for (uint32_t b = 0; b < *planted.declaredBlockCount; ++b) {
+            planted.blocks.push_back({static_cast<int32_t>(random()), std::string(random() % 64, 'z'),
+                                      random() % 3 == 0 ? std::optional<int32_t>(static_cast<int32_t>(random()))
+                                                        : std::nullopt});
+        }
+        garbage += encodeMessage(planted);
+    }
+    camera->setChunking(97, 0us);
+    ASSERT_TRUE(camera->send(garbage));
+    camera->setChunking(0, 0us);
+    camera->dropConnection();
+    ASSERT_TRUE(camera->waitForConnections(2, 20s));
+    ASSERT_TRUE(log.waitFor("SocketClient::reconnect success", 10s));
+    client.clear();
+    ASSERT_TRUE(camera->send(resultMessage("recovered")));
+    ASSERT_TRUE(client.waitForCount(1));
+    EXPECT_EQ("recovered", client.deliveries().back().bytes);
+}
+
+}  // namespace
+}  // namespace lumacast::test
