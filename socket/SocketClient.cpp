@@ -423,7 +423,7 @@ void SocketClient::readMessage() {
         }
         mAiData = static_cast<unsigned char*>(grown);
         const int32_t blockParam = static_cast<int32_t>(readBigEndian32(blockHead + 4));
-        memset(mAiData, 0, static_cast<size_t>(payloadLen) + 1);
+        mAiData[payloadLen] = 0;
         int32_t got = 0;
         while (got < payloadLen) {
             const int32_t want = payloadLen - got < LEN_READ_PIECE ? payloadLen - got : LEN_READ_PIECE;
@@ -439,6 +439,9 @@ void SocketClient::readMessage() {
             }
             got += static_cast<int32_t>(r);
         }
+        // The block goes on all the same; what did not arrive reads as zeros. Zeroing only
+        // that part keeps a clear full-length pass off the path of every frame.
+        if (got < payloadLen) memset(mAiData + got, 0, static_cast<size_t>(payloadLen - got));
         deliverBlock(blockParam, payloadLen);
     }
 

@@ -278,6 +278,26 @@ TEST_F(LinkTest, BlocksSurviveAwkwardSegmentBoundaries) {
     EXPECT_EQ(m.text, all[2].bytes);
 }
 
+// A payload cut off by the end of the connection is still handed on at its full
+// length, the missing part as zeros (never as bytes of an earlier block).
+TEST_F(LinkTest, TruncatedPayloadIsHandedOnWithZeros) {
+    connect();
+    ASSERT_TRUE(camera->send(dataMessage(3, {std::string(100, 'A')})));
+    ASSERT_TRUE(client.waitForCount(1));
+    Message cut;
+    cut.kind = 0xA1;
+    cut.dataType = 3;
+    cut.blocks.push_back({5, std::string(40, 'B'), 100});
+    ASSERT_TRUE(camera->sendMessage(cut));
+    camera->dropConnection();
+    ASSERT_TRUE(client.waitForCount(2));
+    const Delivery d = client.deliveries()[1];
+    EXPECT_EQ(100, d.len);
+    EXPECT_EQ(std::string(40, 'B') + std::string(60, '\0'), d.bytes);
+    EXPECT_TRUE(d.zeroAfter);
+    EXPECT_TRUE(log.contains("SocketClient::socketRead read ai data readLen:0 <= 0 err(Success,0)"));
+}
+
 // Lengths that cannot be honoured are refused without reading or allocating them, and
 // the link keeps working.
 TEST_F(LinkTest, AbsurdLengthsAreRefused) {
