@@ -1,0 +1,974 @@
+#define LOG_TAG "lumacastservice"
+
+#include "service/LumacastService.h"
+
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <binder/IInterface.h>
+#include <cutils/properties.h>
+#include <log/log.h>
+
+#include "socket/CameraProtocol.h"
+
+namespace android {
+namespace lumacast {
+
+using ::android::binder::Status;
+using ::kora::lumacast::ILumacastCallback;
+
+namespace {
+
+constexpr const char* kUsbStatusProperty = "sys.kora.usb.status";
+constexpr const char* kSubscribeStatusProperty = "kora.camera.subscribe_status";
+constexpr int kAliveIntervalMs = 2000;
+constexpr int kHeartbeatCmd = 254;
+
+// Process-wide, as there is one service per process.
+char sResultText[LumacastService::RESULT_TEXT_SIZE];
+unsigned char sAlivePacket[LumacastService::SEND_BUFFER_SIZE];
+
+// Holds mCallbackMutex for a scope.
+class CallbackLock {
+public:
+    explicit CallbackLock(pthread_mutex_t* mutex) : mMutex(mutex) { pthread_mutex_lock(mMutex); }
+    ~CallbackLock() { pthread_mutex_unlock(mMutex); }
+    CallbackLock(const CallbackLock&) = delete;
+    CallbackLock& operator=(const CallbackLock&) = delete;
+
+private:
+    pthread_mutex_t* mMutex;
+};
+
+}  // namespace
+
+// ---- adapter -------------------------------------------------------------------------
+
+void LumacastService::LumacastClient::processCameraAdd() { mService->processCameraAdd(); }
+
+void LumacastService::LumacastClient::processCameraRemove() { mService->processCameraRemove(); }
+
+int LumacastService::LumacastClient::checkAlive() {
+    mService->resetResultSlot();
+    std::lock_guard<std::mutex> lock(mService->mLinkMutex);
+    SocketClient* link = mService->mSocketClient;
+    if (link != nullptr && link->connectState == CONNECTED) {
+        // Only this thread builds the heartbeat, and the link copies it before returning.
+        const int len = convertCmdParamToJson(kHeartbeatCmd, 1, sAlivePacket);
+        link->process(kHeartbeatCmd, sAlivePacket, len);
+        return 1;
+    }
+    __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "mSocketClient is null or not connect");
+    return 0;
+}
+
+int LumacastService::LumacastClient::processResult(unsigned char* data, int len) {
+    return mService->processResult(data, len);
+}
+
+int LumacastService::LumacastClient::processAiJson(unsigned char* data, int len) {
+    mService->processAiJson(data, len);
+    return 0;
+}
+
+int LumacastService::LumacastClient::processAiProtobuf(unsigned char* data, int len) {
+    mService->processAiProtobuf(data, len);
+    return 0;
+}
+
+int LumacastService::LumacastClient::processFrame(int blockCount, int blockParam,
+                                                  unsigned char* data, int len) {
+    mService->processFrame(blockCount, blockParam, data, len);
+    return 0;
+}
+
+int LumacastService::LumacastClient::getCallbackSize() { return mService->callbackSize(); }
+
+// ---- object and camera lifecycle ------------------------------------------------------
+
+LumacastService::LumacastService()
+    : mSendBuffer{},
+      mCmd(-1),
+      mParam(-1),
+      mRetVal(-1),
+      mSignalSetZoomSwitch(nullptr),
+      mSignalGetZoomSwitch(nullptr),
+      mSignalGetAiAlgoList(nullptr),
+      mSignalSetAiSubscribeType(nullptr),
+      mSignalGetAiSubscribeStatus(nullptr),
+      mSignalSetAiSubscribe(nullptr),
+      mSignalGetAiSubscribe(nullptr),
+      mSignalGrapFrame(nullptr),
+      mSignalSendDoa(nullptr),
+      mSignalSetAutoFraming(nullptr),
+      mSignalgetAutoFraming(nullptr),
+      mSignalSetZoomMode(nullptr),
+      mSignalGetZoomMode(nullptr),
+      mSignalSetAiProperty(nullptr),
+      mSignalGetAiProperty(nullptr),
+      mSocketClient(nullptr),
+      mSocketTimer(nullptr),
+      mTimerName("SocketTimer"),
+      mServiceClient(nullptr),
+      mUSBEventInterrupt(nullptr),
+      mCallbackMutex(),
+      mDestroyed(false) {
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService START");
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "Lumacast now setting to false");
+    property_set(kSubscribeStatusProperty, "false");
+    pthread_mutex_init(&mCallbackMutex, nullptr);
+    mServiceClient = new LumacastClient(this);
+    mSocketClient = new SocketClient(mServiceClient);
+    // The watcher may report an attached camera at once; the link already exists.
+    mUSBEventInterrupt = new USBEventInterrupt(mServiceClient);
+    mSocketTimer = new TimerUtil(mTimerName, mServiceClient);
+}
+
+LumacastService::~LumacastService() { destroy(); }
+
+void LumacastService::destroy() {
+    if (mDestroyed) return;
+    mDestroyed = true;
+    SocketClient* link = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(mLinkMutex);
+        link = mSocketClient;
+        mSocketClient = nullptr;
+    }
+    if (link != nullptr) {
+        if (link->connectState != DISCONNECT) link->uninit();
+        delete link;
+    }
+    delete mSocketTimer;
+    mSocketTimer = nullptr;
+    delete mUSBEventInterrupt;
+    mUSBEventInterrupt = nullptr;
+    // Last, once no thread that could call it is left.
+    delete mServiceClient;
+    mServiceClient = nullptr;
+    pthread_mutex_destroy(&mCallbackMutex);
+    while (!mCallbacks.empty()) mCallbacks.pop_back();
+    property_set(kSubscribeStatusProperty, "false");
+}
+
+bool LumacastService::readCameraPresent() {
+    char status[100];
+    memset(status, 0, sizeof(status));
+    property_get(kUsbStatusProperty, status, "0");
+    __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService getCamerastatus status = %s",
+                        status);
+    return status[0] == '1';
+}
+
+bool LumacastService::continueProcess() {
+    if (!readCameraPresent()) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "LumacastService::continueProcess camera do not exit");
+        return false;
+    }
+    switch (mSocketClient->connectState.load()) {
+        case DISCONNECT:
+            if (!mSocketClient->init()) {
+                __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                    "LumacastService::continueProcess DISCONNECT return");
+                return false;
+            }
+            return true;
+        case CONNECTTING:
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                "LumacastService::continueProcess CONNECTTING return");
+            return false;
+        default:
+            return true;
+    }
+}
+
+void LumacastService::processCameraAdd() {
+    std::lock_guard<std::mutex> lock(mLinkMutex);
+    if (mSocketClient == nullptr) {
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                            "LumacastService::processCameraAdd mSocketClient is null");
+        return;
+    }
+    if (readCameraPresent()) {
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::processCameraAdd cameraExist");
+        return;
+    }
+    __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService set sys.kora.usb.status 1");
+    property_set(kUsbStatusProperty, "1");
+    // cameraExit first: a link about to wait looks at it again after arming its signal.
+    mSocketClient->cameraExit = true;
+    __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "SocketClient mSignalAddCamera cameraExit=%d", 1);
+    if (SignalUtil* signal = mSocketClient->mSignalAddCamera.load()) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "SocketClient mSignalAddCamera signal");
+        signal->signal();
+    }
+}
+
+void LumacastService::processCameraRemove() {
+    std::lock_guard<std::mutex> lock(mLinkMutex);
+    if (mSocketClient == nullptr) {
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                            "LumacastService::processCameraRemove mSocketClient is null");
+        return;
+    }
+    if (!readCameraPresent()) {
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                            "LumacastService::processCameraRemove not cameraExist");
+        return;
+    }
+    __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService set sys.kora.usb.status 0");
+    property_set(kUsbStatusProperty, "0");
+    mSocketClient->cameraExit = false;
+    __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "SocketClient mSignalAddCamera cameraExit=%d", 0);
+}
+
+void LumacastService::startAliveTimer() {
+    if (mUSBEventInterrupt != nullptr && mUSBEventInterrupt->mKeepAlive && mSocketTimer != nullptr) {
+        mSocketTimer->start(kAliveIntervalMs);
+    }
+}
+
+// ---- listeners ------------------------------------------------------------------------
+
+Status LumacastService::setCallback(const sp<ILumacastCallback>& callback, bool* _aidl_return) {
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::setCallback");
+    if (callback.get() == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "LumacastService::setCallback nullptr == cb.get() err");
+        *_aidl_return = false;
+        return Status::ok();
+    }
+    startAliveTimer();
+    insertListener(callback);
+    *_aidl_return = true;
+    return Status::ok();
+}
+
+Status LumacastService::removeCallback(const sp<ILumacastCallback>& callback, bool* _aidl_return) {
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::removeCallback");
+    if (callback.get() == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "LumacastService::removeCallback nullptr == cb.get() err");
+        *_aidl_return = false;
+        return Status::ok();
+    }
+    removeListener(callback);
+    *_aidl_return = true;
+    return Status::ok();
+}
+
+void LumacastService::insertListener(const sp<ILumacastCallback>& callback) {
+    {
+        CallbackLock lock(&mCallbackMutex);
+        const sp<IBinder> binder = IInterface::asBinder(callback);
+        for (auto it = mCallbacks.begin(); it != mCallbacks.end(); ++it) {
+            if (IInterface::asBinder(*it) == binder) {
+                __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                                    "LumacastService::insertListener already exist, remove");
+                mCallbacks.erase(it);
+                break;
+            }
+        }
+        mCallbacks.push_back(callback);
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::insertListener size = %d ",
+                            static_cast<int>(mCallbacks.size()));
+    }
+    property_set(kSubscribeStatusProperty, "true");
+}
+
+void LumacastService::removeListener(const sp<ILumacastCallback>& callback) {
+    bool empty = false;
+    {
+        CallbackLock lock(&mCallbackMutex);
+        const sp<IBinder> binder = IInterface::asBinder(callback);
+        for (auto it = mCallbacks.begin(); it != mCallbacks.end(); ++it) {
+            if (IInterface::asBinder(*it) == binder) {
+                mCallbacks.erase(it);
+                __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::removeListener erase");
+                break;
+            }
+        }
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::removeListener size = %d ",
+                            static_cast<int>(mCallbacks.size()));
+        empty = mCallbacks.empty();
+    }
+    if (empty) property_set(kSubscribeStatusProperty, "false");
+}
+
+int LumacastService::callbackSize() {
+    // Under the lock: the list changes on binder threads.
+    CallbackLock lock(&mCallbackMutex);
+    return static_cast<int>(mCallbacks.size());
+}
+
+// ---- fan-out --------------------------------------------------------------------------
+
+int LumacastService::processFrame(int blockCount, int blockParam, unsigned char* data, int len) {
+    CallbackLock lock(&mCallbackMutex);
+    // One copy per block, shared by every listener.
+    const std::vector<uint8_t> block(data, data + (len > 0 ? len : 0));
+    for (const sp<ILumacastCallback>& callback : mCallbacks) {
+        callback->onFrame(blockCount, blockParam, block);
+    }
+    return 0;
+}
+
+int LumacastService::processAiProtobuf(unsigned char* data, int len) {
+    CallbackLock lock(&mCallbackMutex);
+    const std::vector<uint8_t> block(data, data + (len > 0 ? len : 0));
+    for (const sp<ILumacastCallback>& callback : mCallbacks) callback->onProtoBuf(block);
+    return 0;
+}
+
+int LumacastService::processAiJson(unsigned char* data, int /*len*/) {
+    CallbackLock lock(&mCallbackMutex);
+    for (const sp<ILumacastCallback>& callback : mCallbacks) {
+        callback->onAiData(std::string(reinterpret_cast<const char*>(data)));
+    }
+    return 0;
+}
+
+// ---- command exchange -----------------------------------------------------------------
+
+SignalUtil*& LumacastService::signalFor(CommandKind kind) {
+    switch (kind) {
+        case SET_ZOOM_SWITCH: return mSignalSetZoomSwitch;
+        case GET_ZOOM_SWITCH: return mSignalGetZoomSwitch;
+        case GET_AI_ALGO_LIST: return mSignalGetAiAlgoList;
+        case SET_AI_SUBSCRIBE_TYPE: return mSignalSetAiSubscribeType;
+        case GET_AI_SUBSCRIBE_STATUS: return mSignalGetAiSubscribeStatus;
+        case SET_AI_SUBSCRIBE: return mSignalSetAiSubscribe;
+        case GET_AI_SUBSCRIBE: return mSignalGetAiSubscribe;
+        case GRAB_FRAME: return mSignalGrapFrame;
+        case SEND_DOA: return mSignalSendDoa;
+        case SET_AUTO_FRAMING: return mSignalSetAutoFraming;
+        case GET_AUTO_FRAMING: return mSignalgetAutoFraming;
+        case SET_ZOOM_MODE: return mSignalSetZoomMode;
+        case GET_ZOOM_MODE: return mSignalGetZoomMode;
+        case SET_AI_PROPERTY: return mSignalSetAiProperty;
+        case GET_AI_PROPERTY:
+        default: return mSignalGetAiProperty;
+    }
+}
+
+void LumacastService::resetResultSlot() {
+    std::lock_guard<std::mutex> lock(mExchangeMutex);
+    mCmd = -1;
+    mParam = -1;
+    mRetVal = -1;
+}
+
+bool LumacastService::formatText(char* buffer, size_t size, const char* format, ...) {
+    memset(buffer, 0, size);
+    va_list args;
+    va_start(args, format);
+    const int n = vsnprintf(buffer, size, format, args);
+    va_end(args);
+    return n >= 0 && static_cast<size_t>(n) < size && n <= MAX_COMMAND_TEXT;
+}
+
+int LumacastService::writePacket(const char* text, unsigned char* out) {
+    memset(out, 0, SEND_BUFFER_SIZE);
+    const size_t len = strlen(text);
+    memcpy(out, CMD_HEAD_MAGIC, sizeof(CMD_HEAD_MAGIC));
+    writeBigEndian32(out + 4, static_cast<uint32_t>(len));
+    memcpy(out + LEN_CMD_HEAD, text, len);
+    return static_cast<int>(len) + LEN_CMD_HEAD;
+}
+
+int LumacastService::convertCmdParamToJson(unsigned cmd, unsigned param, unsigned char* out) {
+    char text[50];
+    memset(text, 0, sizeof(text));
+    // Both as signed decimals; the longest text, 35 characters, always fits.
+    snprintf(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d}", static_cast<int>(cmd),
+             static_cast<int>(param));
+    return writePacket(text, out);
+}
+
+void LumacastService::parseCmdParamFromJson(unsigned char* json, int* cmd, int* param, int* rval) {
+    if (json == nullptr || json[0] == '\0') {
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                            "LumacastService::parseCmdParamFromJson nullptr == jsonData err");
+        return;
+    }
+    const char* text = reinterpret_cast<const char*>(json);
+    // Skip to the first digit, then read with automatic base; a minus sign is skipped
+    // with the rest, so values come without their sign.
+    sscanf(text, "%*[^0-9]%i", cmd);
+    if (const char* at = strstr(text, "param")) sscanf(at, "%*[^0-9]%i", param);
+    if (const char* at = strstr(text, "rval")) sscanf(at, "%*[^0-9]%i", rval);
+}
+
+bool LumacastService::exchange(CommandKind kind, int cmdId, const char* text,
+                               const char* busyMessage, int sentPriority, const char* sentFormat,
+                               Reply* reply) {
+    SignalUtil* signal = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(mExchangeMutex);
+        mCmd = -1;
+        mParam = -1;
+        mRetVal = -1;
+        SignalUtil*& field = signalFor(kind);
+        if (field == nullptr) {
+            signal = new SignalUtil();
+            // Armed before the command can reach the camera, so an answer that comes
+            // before this thread waits still wakes it.
+            signal->arm();
+            field = signal;
+            mDeliveries[kind] = Delivery();
+        }
+    }
+    if (signal == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s", busyMessage);
+        return false;
+    }
+    {
+        std::lock_guard<std::mutex> lock(mSendMutex);
+        const int len = writePacket(text, mSendBuffer);
+        if (sentFormat != nullptr) __android_log_print(sentPriority, LOG_TAG, sentFormat, text);
+        mSocketClient->process(static_cast<unsigned>(cmdId), mSendBuffer, len);
+    }
+    reply->retWait = signal->wait(RESULT_WAIT_MS);
+    {
+        std::lock_guard<std::mutex> lock(mExchangeMutex);
+        signalFor(kind) = nullptr;
+        const Delivery& d = mDeliveries[kind];
+        if (d.arrived) {
+            reply->cmd = d.cmd;
+            reply->param = d.param;
+            reply->rval = d.rval;
+            memcpy(reply->text, d.text, sizeof(reply->text));
+        }
+    }
+    delete signal;
+    return true;
+}
+
+void LumacastService::wakeLocked(CommandKind kind, bool keepText, bool logSignal,
+                                 const unsigned char* data, int len) {
+    SignalUtil* signal = signalFor(kind);
+    if (signal == nullptr) return;
+    Delivery& d = mDeliveries[kind];
+    d.arrived = true;
+    d.cmd = mCmd;
+    d.param = mParam;
+    d.rval = mRetVal;
+    if (keepText) {
+        // A text of RESULT_TEXT_SIZE bytes or more is cut so that its zero still fits.
+        int keep = len < 0 ? 0 : len;
+        if (keep > RESULT_TEXT_SIZE - 1) {
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                "LumacastService::processResult text len:%d cut to %d", len,
+                                RESULT_TEXT_SIZE - 1);
+            keep = RESULT_TEXT_SIZE - 1;
+        }
+        memset(sResultText, 0, sizeof(sResultText));
+        memcpy(sResultText, data, static_cast<size_t>(keep));
+        memcpy(d.text, sResultText, sizeof(d.text));
+    }
+    if (logSignal) __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::processResult  signal");
+    signal->signal();
+}
+
+int LumacastService::processResult(unsigned char* data, int len) {
+    if (data == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::processResult nullptr = data");
+        return -1;
+    }
+    int cmd = -1;
+    int param = -1;
+    int rval = -1;
+    parseCmdParamFromJson(data, &cmd, &param, &rval);
+    std::lock_guard<std::mutex> lock(mExchangeMutex);
+    memset(sResultText, 0, sizeof(sResultText));
+    mCmd = cmd;
+    mParam = param;
+    mRetVal = rval;
+    if (cmd == kHeartbeatCmd) return 0;
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                        "LumacastService::processResult mCmd = %d, mParam = %d, mRetVal = %d", mCmd,
+                        mParam, mRetVal);
+    __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::processResult len = %d, %s",
+                        len, reinterpret_cast<const char*>(data));
+    // One result wakes every waiting call that shares its id.
+    switch (cmd) {
+        case 1:
+            wakeLocked(SET_AI_SUBSCRIBE, false, false, data, len);
+            wakeLocked(SET_AI_SUBSCRIBE_TYPE, false, true, data, len);
+            break;
+        case 2:
+            wakeLocked(GET_AI_SUBSCRIBE, true, false, data, len);
+            wakeLocked(GET_AI_SUBSCRIBE_STATUS, false, true, data, len);
+            break;
+        case 3:
+            wakeLocked(GRAB_FRAME, false, true, data, len);
+            break;
+        case 4:
+            wakeLocked(SEND_DOA, false, true, data, len);
+            break;
+        case 5:
+            wakeLocked(SET_AI_PROPERTY, false, true, data, len);
+            break;
+        case 6:
+            wakeLocked(GET_AI_PROPERTY, true, true, data, len);
+            break;
+        case 12:
+            wakeLocked(SET_AUTO_FRAMING, false, true, data, len);
+            break;
+        case 13:
+            wakeLocked(GET_AUTO_FRAMING, false, true, data, len);
+            break;
+        case 14:
+            wakeLocked(SET_ZOOM_MODE, false, false, data, len);
+            wakeLocked(SET_ZOOM_SWITCH, false, true, data, len);
+            break;
+        case 15:
+            wakeLocked(GET_ZOOM_MODE, true, false, data, len);
+            wakeLocked(GET_ZOOM_SWITCH, false, true, data, len);
+            break;
+        case 16:
+            wakeLocked(GET_AI_ALGO_LIST, false, true, data, len);
+            break;
+        default:
+            break;
+    }
+    return 0;
+}
+
+// ---- the fifteen camera operations ----------------------------------------------------
+
+Status LumacastService::setZoomSwitch(bool on, bool* _aidl_return) {
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::setZoomSwitch");
+    char text[50];
+    formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d}", 14, on ? 1 : 0);
+    if (!continueProcess()) {
+        *_aidl_return = false;
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::setZoomSwitch failed");
+        return Status::ok();
+    }
+    startAliveTimer();
+    Reply r;
+    if (!exchange(SET_ZOOM_SWITCH, 14, text,
+                  "LumacastService::setZoomSwitch nullptr != mSignalSetZoomSwitch(last processing)",
+                  0, nullptr, &r)) {
+        return Status::ok();
+    }
+    *_aidl_return = r.matched(14) && r.param == 1 && r.rval == 0;
+    if (!*_aidl_return) {
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                            "LumacastService::setZoomSwitch retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
+                            r.retWait, r.cmd, r.param, r.rval);
+    }
+    return Status::ok();
+}
+
+Status LumacastService::getZoomSwitch(bool* _aidl_return) {
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::getZoomSwitch");
+    char text[50];
+    formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d}", 15, 0);
+    if (!continueProcess()) {
+        *_aidl_return = false;
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::getZoomSwitch failed");
+        return Status::ok();
+    }
+    startAliveTimer();
+    Reply r;
+    if (!exchange(GET_ZOOM_SWITCH, 15, text,
+                  "LumacastService::getZoomSwitch nullptr != mSignalGetZoomSwitch(last processing)",
+                  0, nullptr, &r)) {
+        return Status::ok();
+    }
+    *_aidl_return = r.matched(15) && r.param == 1 && r.rval == 0;
+    if (!*_aidl_return) {
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                            "LumacastService::getZoomSwitch retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
+                            r.retWait, r.cmd, r.param, r.rval);
+    }
+    return Status::ok();
+}
+
+Status LumacastService::getAiAlgoList(int32_t* _aidl_return) {
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::getAiAlgoList");
+    char text[50];
+    formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d}", 16, 0);
+    if (!continueProcess()) {
+        *_aidl_return = 0;
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::getAiAlgoList failed");
+        return Status::ok();
+    }
+    startAliveTimer();
+    Reply r;
+    if (!exchange(GET_AI_ALGO_LIST, 16, text,
+                  "LumacastService::getAiAlgoList nullptr != mSignalGetAiAlgoList(last processing)",
+                  0, nullptr, &r)) {
+        return Status::ok();
+    }
+    if (r.matched(16) && r.rval == 0) {
+        *_aidl_return = r.param;
+    } else {
+        *_aidl_return = 0;
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                            "LumacastService::getAiAlgoList retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
+                            r.retWait, r.cmd, r.param, r.rval);
+    }
+    return Status::ok();
+}
+
+Status LumacastService::setAiSubscribeType(int32_t type, bool* _aidl_return) {
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::setAiSubscribeType type:%d", type);
+    char text[50];
+    formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d}", 1, type);
+    if (!continueProcess()) {
+        *_aidl_return = false;
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::setAiSubscribeType failed");
+        return Status::ok();
+    }
+    startAliveTimer();
+    Reply r;
+    if (!exchange(SET_AI_SUBSCRIBE_TYPE, 1, text,
+                  "LumacastService::setAiSubscribeType nullptr != mSignalSetAiSubscribeType(last "
+                  "processing)",
+                  ANDROID_LOG_DEBUG, "LumacastService::setAiSubscribeType process", &r)) {
+        return Status::ok();
+    }
+    *_aidl_return = r.matched(1) && r.rval == 0;
+    if (!*_aidl_return) {
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                            "LumacastService::setAiSubscribeType retWait:%d, mCmd:%d, mParam:%d, "
+                            "mRetVal:%d",
+                            r.retWait, r.cmd, r.param, r.rval);
+    }
+    return Status::ok();
+}
+
+Status LumacastService::getAiSubscribeStatus(int32_t* _aidl_return) {
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::getAiSubscribeStatus");
+    char text[50];
+    formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d}", 2, 0);
+    if (!continueProcess()) {
+        *_aidl_return = 0;
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::getAiSubscribeStatus failed");
+        return Status::ok();
+    }
+    startAliveTimer();
+    Reply r;
+    if (!exchange(GET_AI_SUBSCRIBE_STATUS, 2, text,
+                  "LumacastService::getAiSubscribeStatus nullptr != mSignalGetAiSubscribeStatus(last "
+                  "processing)",
+                  0, nullptr, &r)) {
+        return Status::ok();
+    }
+    if (r.matched(2) && r.rval == 0) {
+        *_aidl_return = r.param;
+    } else {
+        *_aidl_return = 0;
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                            "LumacastService::getAiSubscribeStatus retWait:%d, mCmd:%d, mParam:%d, "
+                            "mRetVal:%d",
+                            r.retWait, r.cmd, r.param, r.rval);
+    }
+    return Status::ok();
+}
+
+Status LumacastService::setAiProperty(const std::string& param, bool* _aidl_return) {
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::setAiProperty param = %s",
+                        param.c_str());
+    char text[200];
+    if (!formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":\"%s\"}", 5, param.c_str())) {
+        *_aidl_return = false;
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "LumacastService::setAiProperty param too long (%zu) err", param.size());
+        return Status::ok();
+    }
+    if (!continueProcess()) {
+        *_aidl_return = false;
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::setAiProperty failed");
+        return Status::ok();
+    }
+    startAliveTimer();
+    Reply r;
+    if (!exchange(SET_AI_PROPERTY, 5, text,
+                  "LumacastService::setAiProperty nullptr != mSignalSetAiProperty(last processing)",
+                  ANDROID_LOG_INFO, "LumacastService::setAiProperty  %s", &r)) {
+        return Status::ok();
+    }
+    *_aidl_return = r.matched(5) && r.rval == 0;
+    if (!*_aidl_return) {
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                            "LumacastService::setAiProperty retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
+                            r.retWait, r.cmd, r.param, r.rval);
+    }
+    return Status::ok();
+}
+
+Status LumacastService::getAiProperty(const std::string& param, std::string* _aidl_return) {
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::getAiProperty is %s",
+                        param.c_str());
+    {
+        std::lock_guard<std::mutex> lock(mExchangeMutex);
+        memset(sResultText, 0, sizeof(sResultText));
+    }
+    char text[200];
+    if (!formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":\"%s\"}", 6, param.c_str())) {
+        _aidl_return->clear();
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "LumacastService::getAiProperty param too long (%zu) err", param.size());
+        return Status::ok();
+    }
+    if (!continueProcess()) {
+        _aidl_return->clear();
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::getAiProperty failed");
+        return Status::ok();
+    }
+    startAliveTimer();
+    Reply r;
+    if (!exchange(GET_AI_PROPERTY, 6, text,
+                  "LumacastService::getAiProperty nullptr != mSignalGetAiProperty(last processing)",
+                  ANDROID_LOG_INFO, "LumacastService::getAiProperty  %s", &r)) {
+        return Status::ok();
+    }
+    *_aidl_return = r.text;
+    if (!r.matched(6)) {
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                            "LumacastService::getAiProperty retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
+                            r.retWait, r.cmd, r.param, r.rval);
+    }
+    return Status::ok();
+}
+
+Status LumacastService::setAiSubscribe(int32_t param, const std::string& option,
+                                       bool* _aidl_return) {
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                        "LumacastService::setAiSubscribe param = %d, option = %s", param,
+                        option.c_str());
+    char text[100];
+    if (!formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d,\"option\":%s}", 1, param,
+                    option.c_str())) {
+        *_aidl_return = false;
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "LumacastService::setAiSubscribe option too long (%zu) err", option.size());
+        return Status::ok();
+    }
+    if (!continueProcess()) {
+        *_aidl_return = false;
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::setAiSubscribe failed");
+        return Status::ok();
+    }
+    startAliveTimer();
+    Reply r;
+    if (!exchange(SET_AI_SUBSCRIBE, 1, text,
+                  "LumacastService::mSignalSetAiSubscribe nullptr != mSignalSetAiSubscribe(last "
+                  "processing)",
+                  0, nullptr, &r)) {
+        return Status::ok();
+    }
+    *_aidl_return = r.matched(1) && r.rval == 0;
+    if (!*_aidl_return) {
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                            "LumacastService::mSignalSetAiSubscribe retWait:%d, mCmd:%d, mParam:%d, "
+                            "mRetVal:%d",
+                            r.retWait, r.cmd, r.param, r.rval);
+    }
+    return Status::ok();
+}
+
+Status LumacastService::getAiSubscribe(std::string* _aidl_return) {
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::getAiSubscribe");
+    {
+        std::lock_guard<std::mutex> lock(mExchangeMutex);
+        memset(sResultText, 0, sizeof(sResultText));
+    }
+    char text[50];
+    formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d}", 2, 0);
+    if (!continueProcess()) {
+        _aidl_return->clear();
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::getAiSubscribe failed");
+        return Status::ok();
+    }
+    startAliveTimer();
+    Reply r;
+    if (!exchange(GET_AI_SUBSCRIBE, 2, text,
+                  "LumacastService::getAiSubscribe nullptr != mSignalGetAiSubscribe(last processing)",
+                  0, nullptr, &r)) {
+        return Status::ok();
+    }
+    *_aidl_return = r.text;
+    if (!r.matched(2)) {
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
+                            r.retWait, r.cmd, r.param, r.rval);
+    }
+    return Status::ok();
+}
+
+Status LumacastService::grabFrame(int32_t format, const std::string& resolution,
+                                  bool* _aidl_return) {
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::grabFrame format:%d, resolution:%s",
+                        format, resolution.c_str());
+    char text[100];
+    if (!formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param_1\":%d,\"param_2\":\"%s\"}", 3,
+                    format, resolution.c_str())) {
+        *_aidl_return = false;
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "LumacastService::grabFrame resolution too long (%zu) err",
+                            resolution.size());
+        return Status::ok();
+    }
+    if (!continueProcess()) {
+        *_aidl_return = false;
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::grabFrame failed");
+        return Status::ok();
+    }
+    startAliveTimer();
+    Reply r;
+    if (!exchange(GRAB_FRAME, 3, text,
+                  "LumacastService::grabFrame nullptr != mSignalGrapFrame(last processing)", 0,
+                  nullptr, &r)) {
+        return Status::ok();
+    }
+    *_aidl_return = r.matched(3) && r.rval == 0;
+    if (!*_aidl_return) {
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                            "LumacastService::grabFrame retWait:%d, mCmd:%d, mRetVal:%d", r.retWait,
+                            r.cmd, r.rval);
+    }
+    return Status::ok();
+}
+
+Status LumacastService::sendDoa(const std::string& data, bool* _aidl_return) {
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::sendDoa data:%s", data.c_str());
+    char text[200];
+    if (!formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%s}", 4, data.c_str())) {
+        *_aidl_return = false;
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "LumacastService::sendDoa data too long (%zu) err", data.size());
+        return Status::ok();
+    }
+    if (!continueProcess()) {
+        *_aidl_return = false;
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::sendDoa failed");
+        return Status::ok();
+    }
+    startAliveTimer();
+    Reply r;
+    if (!exchange(SEND_DOA, 4, text,
+                  "LumacastService::sendDoa nullptr != mSignalSendDoa(last processing)", 0,
+                  nullptr, &r)) {
+        return Status::ok();
+    }
+    *_aidl_return = r.matched(4) && r.rval == 0;
+    if (!*_aidl_return) {
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                            "LumacastService::sendDoa retWait:%d, mCmd:%d, mRetVal:%d", r.retWait,
+                            r.cmd, r.rval);
+    }
+    return Status::ok();
+}
+
+Status LumacastService::setAutoFraming(int32_t param, bool* _aidl_return) {
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::setAutoFraming param:%d", param);
+    char text[100];
+    formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d}", 12, param);
+    if (!continueProcess()) {
+        *_aidl_return = false;
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::setAutoFraming failed");
+        return Status::ok();
+    }
+    startAliveTimer();
+    Reply r;
+    if (!exchange(SET_AUTO_FRAMING, 12, text,
+                  "LumacastService::setAutoFraming nullptr != mSignalSetAutoFraming(last processing)",
+                  0, nullptr, &r)) {
+        return Status::ok();
+    }
+    *_aidl_return = r.matched(12) && r.rval == 0;
+    if (!*_aidl_return) {
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                            "LumacastService::setAutoFraming retWait:%d, mCmd:%d, mRetVal:%d",
+                            r.retWait, r.cmd, r.rval);
+    }
+    return Status::ok();
+}
+
+Status LumacastService::getAutoFraming(bool* _aidl_return) {
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::getAutoFraming");
+    char text[50];
+    formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d}", 13, 0);
+    if (!continueProcess()) {
+        *_aidl_return = false;
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::getAutoFraming failed");
+        return Status::ok();
+    }
+    startAliveTimer();
+    Reply r;
+    if (!exchange(GET_AUTO_FRAMING, 13, text,
+                  "LumacastService::getAutoFraming nullptr != mSignalgetAutoFraming(last processing)",
+                  0, nullptr, &r)) {
+        return Status::ok();
+    }
+    *_aidl_return = r.matched(13) && r.param == 1 && r.rval == 0;
+    if (!*_aidl_return) {
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                            "LumacastService::getAutoFraming retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
+                            r.retWait, r.cmd, r.param, r.rval);
+    }
+    return Status::ok();
+}
+
+Status LumacastService::setZoomMode(int32_t param, int32_t mode, bool* _aidl_return) {
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::setZoomMode");
+    char text[100];
+    formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d,\"mode\":%d}", 14, param, mode);
+    if (!continueProcess()) {
+        *_aidl_return = false;
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::setZoomMode failed");
+        return Status::ok();
+    }
+    startAliveTimer();
+    Reply r;
+    if (!exchange(SET_ZOOM_MODE, 14, text,
+                  "LumacastService::setZoomMode nullptr != mSignalSetZoomMode(last processing)",
+                  ANDROID_LOG_INFO, "LumacastService::setZoomMode  %s", &r)) {
+        return Status::ok();
+    }
+    *_aidl_return = r.matched(14) && r.rval == 0;
+    if (!*_aidl_return) {
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                            "LumacastService::setZoomMode retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
+                            r.retWait, r.cmd, r.param, r.rval);
+    }
+    return Status::ok();
+}
+
+Status LumacastService::getZoomMode(std::string* _aidl_return) {
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::getZoomMode");
+    {
+        std::lock_guard<std::mutex> lock(mExchangeMutex);
+        memset(sResultText, 0, sizeof(sResultText));
+    }
+    char text[50];
+    formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d}", 15, 0);
+    if (!continueProcess()) {
+        _aidl_return->clear();
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::getZoomMode failed");
+        return Status::ok();
+    }
+    startAliveTimer();
+    Reply r;
+    if (!exchange(GET_ZOOM_MODE, 15, text,
+                  "LumacastService::getZoomMode nullptr != mSignalGetZoomMode(last processing)", 0,
+                  nullptr, &r)) {
+        return Status::ok();
+    }
+    *_aidl_return = r.text;
+    if (!r.matched(15)) {
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                            "LumacastService::getZoomMode retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
+                            r.retWait, r.cmd, r.param, r.rval);
+    }
+    return Status::ok();
+}
+
+}  // namespace lumacast
+}  // namespace android

@@ -1,0 +1,207 @@
+#pragma once
+
+#include <pthread.h>
+#include <stdint.h>
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <binder/Status.h>
+#include <utils/StrongPointer.h>
+
+#include "aidl/BnLumacast.h"
+#include "aidl/ILumacastCallback.h"
+#include "service/ILumacastClient.h"
+#include "socket/SocketClient.h"
+#include "usb/USBEventInterrupt.h"
+#include "util/SignalUtil.h"
+#include "util/TimerUtil.h"
+
+namespace android {
+namespace lumacast {
+
+// The binder service "lumacastservice": owns the USB camera watcher, the camera link and
+// its heartbeat timer, the listeners, the command exchange with the camera and the fan-out
+// of camera data to the listeners.
+class LumacastService : public kora::lumacast::BnLumacast {
+public:
+    // The only ILumacastClient: how the watcher, the link and the timer reach the service.
+    class LumacastClient : public ILumacastClient {
+    public:
+        explicit LumacastClient(LumacastService* service) : mService(service) {}
+        ~LumacastClient() override {}
+
+        void processCameraAdd() override;
+        void processCameraRemove() override;
+        int checkAlive() override;
+        int processResult(unsigned char* data, int len) override;
+        int processAiJson(unsigned char* data, int len) override;
+        int processAiProtobuf(unsigned char* data, int len) override;
+        int processFrame(int blockCount, int blockParam, unsigned char* data, int len) override;
+        int getCallbackSize() override;
+
+    private:
+        LumacastService* mService;
+    };
+
+    static constexpr int SEND_BUFFER_SIZE = 200;
+    static constexpr int RESULT_TEXT_SIZE = 100;
+    // Longest command text that fits the packet behind its 8-byte header.
+    static constexpr int MAX_COMMAND_TEXT = SEND_BUFFER_SIZE - 8;
+    static constexpr int RESULT_WAIT_MS = 3000;
+
+    LumacastService();
+    ~LumacastService() override;
+
+    ::android::binder::Status setCallback(
+            const ::android::sp<::kora::lumacast::ILumacastCallback>& callback,
+            bool* _aidl_return) override;
+    ::android::binder::Status removeCallback(
+            const ::android::sp<::kora::lumacast::ILumacastCallback>& callback,
+            bool* _aidl_return) override;
+    ::android::binder::Status setZoomSwitch(bool on, bool* _aidl_return) override;
+    ::android::binder::Status getZoomSwitch(bool* _aidl_return) override;
+    ::android::binder::Status getAiAlgoList(int32_t* _aidl_return) override;
+    ::android::binder::Status setAiSubscribeType(int32_t type, bool* _aidl_return) override;
+    ::android::binder::Status getAiSubscribeStatus(int32_t* _aidl_return) override;
+    ::android::binder::Status setAiProperty(const std::string& param, bool* _aidl_return) override;
+    ::android::binder::Status getAiProperty(const std::string& param,
+                                            std::string* _aidl_return) override;
+    ::android::binder::Status setAiSubscribe(int32_t param, const std::string& option,
+                                             bool* _aidl_return) override;
+    ::android::binder::Status getAiSubscribe(std::string* _aidl_return) override;
+    ::android::binder::Status grabFrame(int32_t format, const std::string& resolution,
+                                        bool* _aidl_return) override;
+    ::android::binder::Status sendDoa(const std::string& data, bool* _aidl_return) override;
+    ::android::binder::Status setAutoFraming(int32_t param, bool* _aidl_return) override;
+    ::android::binder::Status getAutoFraming(bool* _aidl_return) override;
+    ::android::binder::Status setZoomMode(int32_t param, int32_t mode, bool* _aidl_return) override;
+    ::android::binder::Status getZoomMode(std::string* _aidl_return) override;
+
+    void destroy();
+    // Readiness of every camera command: camera present and link connected (connecting
+    // it if need be).
+    bool continueProcess();
+    void processCameraAdd();
+    void processCameraRemove();
+    void startAliveTimer();
+
+    int processResult(unsigned char* data, int len);
+    int processAiJson(unsigned char* data, int len);
+    int processAiProtobuf(unsigned char* data, int len);
+    int processFrame(int blockCount, int blockParam, unsigned char* data, int len);
+
+    // Writes the packet FF 00 AB BC, big-endian length, {"cmd_id":cmd,"param":param} into
+    // `out` (SEND_BUFFER_SIZE bytes); returns its length.
+    static int convertCmdParamToJson(unsigned cmd, unsigned param, unsigned char* out);
+    // Reads cmd_id, param and rval of a result text; values that cannot be read are left.
+    static void parseCmdParamFromJson(unsigned char* json, int* cmd, int* param, int* rval);
+
+private:
+    // The fifteen command kinds, one wait signal each.
+    enum CommandKind {
+        SET_ZOOM_SWITCH,
+        GET_ZOOM_SWITCH,
+        GET_AI_ALGO_LIST,
+        SET_AI_SUBSCRIBE_TYPE,
+        GET_AI_SUBSCRIBE_STATUS,
+        SET_AI_SUBSCRIBE,
+        GET_AI_SUBSCRIBE,
+        GRAB_FRAME,
+        SEND_DOA,
+        SET_AUTO_FRAMING,
+        GET_AUTO_FRAMING,
+        SET_ZOOM_MODE,
+        GET_ZOOM_MODE,
+        SET_AI_PROPERTY,
+        GET_AI_PROPERTY,
+        COMMAND_KIND_COUNT,
+    };
+
+    // What one waiting call was given by the result that woke it. The shared slot may be
+    // overwritten (by the next result or a heartbeat tick) before the woken call looks,
+    // so each call judges its own copy.
+    struct Reply {
+        int retWait = -1;
+        int cmd = -1;
+        int param = -1;
+        int rval = -1;
+        char text[RESULT_TEXT_SIZE] = {};
+        bool matched(int cmdId) const { return retWait == 0 && cmd == cmdId; }
+    };
+
+    struct Delivery {
+        bool arrived = false;
+        int cmd = -1;
+        int param = -1;
+        int rval = -1;
+        char text[RESULT_TEXT_SIZE] = {};
+    };
+
+    void insertListener(const ::android::sp<::kora::lumacast::ILumacastCallback>& callback);
+    void removeListener(const ::android::sp<::kora::lumacast::ILumacastCallback>& callback);
+    int callbackSize();
+
+    // Steps of every camera command after the readiness check: false (after the busy
+    // message) when a call of this kind still waits; otherwise sends `text` and waits for
+    // the result. `sentFormat`, if given, logs the text once the packet is built.
+    bool exchange(CommandKind kind, int cmdId, const char* text, const char* busyMessage,
+                  int sentPriority, const char* sentFormat, Reply* reply);
+    SignalUtil*& signalFor(CommandKind kind);
+    // Wakes the call of `kind` if one waits, handing it the result; under mExchangeMutex.
+    void wakeLocked(CommandKind kind, bool keepText, bool logSignal, const unsigned char* data,
+                    int len);
+    void resetResultSlot();
+    bool readCameraPresent();
+    // Formats a command text into `buffer`; false when it would not fit the buffer or the
+    // packet, so that nothing is cut short or written past either.
+    static bool formatText(char* buffer, size_t size, const char* format, ...)
+            __attribute__((format(printf, 3, 4)));
+    static int writePacket(const char* text, unsigned char* out);
+
+    std::vector<::android::sp<::kora::lumacast::ILumacastCallback>> mCallbacks;  // mCallbackMutex
+    unsigned char mSendBuffer[SEND_BUFFER_SIZE];  // guarded by mSendMutex
+    // Result slot: the last result parsed. Guarded by mExchangeMutex.
+    int mCmd;
+    int mParam;
+    int mRetVal;
+    // Non-null exactly while a call of that kind waits. Guarded by mExchangeMutex, so a
+    // signal is never freed while processResult gives it.
+    SignalUtil* mSignalSetZoomSwitch;
+    SignalUtil* mSignalGetZoomSwitch;
+    SignalUtil* mSignalGetAiAlgoList;
+    SignalUtil* mSignalSetAiSubscribeType;
+    SignalUtil* mSignalGetAiSubscribeStatus;
+    SignalUtil* mSignalSetAiSubscribe;
+    SignalUtil* mSignalGetAiSubscribe;
+    SignalUtil* mSignalGrapFrame;
+    SignalUtil* mSignalSendDoa;
+    SignalUtil* mSignalSetAutoFraming;
+    SignalUtil* mSignalgetAutoFraming;
+    SignalUtil* mSignalSetZoomMode;
+    SignalUtil* mSignalGetZoomMode;
+    SignalUtil* mSignalSetAiProperty;
+    SignalUtil* mSignalGetAiProperty;
+    SocketClient* mSocketClient;
+    TimerUtil* mSocketTimer;
+    const char* mTimerName;
+    ILumacastClient* mServiceClient;
+    USBEventInterrupt* mUSBEventInterrupt;
+    pthread_mutex_t mCallbackMutex;
+
+    // The command exchange's shared state: signal fields, result slot, deliveries and
+    // sResultText.
+    std::mutex mExchangeMutex;
+    Delivery mDeliveries[COMMAND_KIND_COUNT];
+    // mSendBuffer is rebuilt by one command at a time; the link copies it before the
+    // next may begin.
+    std::mutex mSendMutex;
+    // The watcher and the timer use the link from their own threads; destroy() takes it
+    // away under this lock so that neither meets a deleted link.
+    std::mutex mLinkMutex;
+    bool mDestroyed;
+};
+
+}  // namespace lumacast
+}  // namespace android
