@@ -124,6 +124,7 @@ bool SocketClient::installSocket(int fd) {
     if (mShutdownPending) {
         close(fd);
         connectState = DISCONNECT;
+        mStateCond.notify_all();
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
                             "SocketClient connection refused: shutting down");
         return false;
@@ -132,6 +133,7 @@ bool SocketClient::installSocket(int fd) {
     mSocketFD = fd;
     mIsUninit = false;
     connectState = CONNECTED;
+    mStateCond.notify_all();
     return true;
 }
 
@@ -164,27 +166,31 @@ bool SocketClient::init() {
         return true;
     }
     {
-        std::lock_guard<std::mutex> lock(mStateMutex);
+        std::unique_lock<std::mutex> lock(mStateMutex);
         if (mShutdownPending) {
             __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "SocketClient::init shutting down");
             return false;
         }
-        const ConnectState state = connectState;
-        if (state != DISCONNECT) {
-            // Another caller or the read loop got there first; one connection at a time.
+        if (connectState == CONNECTTING) {
+            // Another caller or the read loop is connecting: one connection at a time, and
+            // its outcome is this call's too.
             __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient::init connectState:%d ",
-                                state);
-            return state == CONNECTED;
+                                CONNECTTING);
+            mStateCond.wait(lock, [this] { return connectState != CONNECTTING; });
+            return connectState == CONNECTED;
         }
+        if (connectState == CONNECTED) return true;
         connectState = CONNECTTING;
     }
     if (mThreadRead == nullptr || !mThreadRead->isInited()) {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "SocketClient::init nullptr == mThreadRead err");
         std::lock_guard<std::mutex> lock(mStateMutex);
         connectState = DISCONNECT;
+        mStateCond.notify_all();
         return false;
     }
     int stage = 0;
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient::init connect ");
     const int fd = connectCamera(&stage);
     if (fd < 0) {
         const int err = errno;
@@ -199,6 +205,7 @@ bool SocketClient::init() {
         }
         std::lock_guard<std::mutex> lock(mStateMutex);
         connectState = DISCONNECT;
+        mStateCond.notify_all();
         return false;
     }
     if (!installSocket(fd)) return false;
@@ -244,6 +251,7 @@ bool SocketClient::reconnect() {
         }
         std::lock_guard<std::mutex> lock(mStateMutex);
         connectState = DISCONNECT;
+        mStateCond.notify_all();
         return false;
     }
     if (!installSocket(fd)) return false;

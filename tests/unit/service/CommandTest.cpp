@@ -1,0 +1,385 @@
+// The command exchange with the camera: packets, result matching, rules, busy refusals,
+// time-outs and string limits.
+#include <future>
+
+#include "tests/unit/service/ServiceTestSupport.h"
+
+using lumacast::camsim::Command;
+using lumacast::camsim::ReplyRule;
+using lumacast::camsim::resultMessage;
+
+namespace lumacast::test {
+namespace {
+
+std::string answer(int id, int param, int rval) {
+    return "{\"cmd_id\":" + std::to_string(id) + ",\"param\":" + std::to_string(param) +
+           ",\"rval\":" + std::to_string(rval) + "}";
+}
+
+ReplyRule rule(int param, int rval) {
+    ReplyRule r;
+    r.param = param;
+    r.rval = rval;
+    return r;
+}
+
+ReplyRule silent() {
+    ReplyRule r;
+    r.silent = true;
+    return r;
+}
+
+class CommandTest : public ServiceTest {
+protected:
+    void SetUp() override {
+        ServiceTest::SetUp();
+        plugCamera();
+        // Connected up front: calls that find the link still connecting are refused.
+        ASSERT_TRUE(service->continueProcess());
+        ASSERT_TRUE(camera->waitForConnections(1, 10s));
+    }
+
+    // Frames the camera received, as sent.
+    std::vector<std::string> frames() {
+        std::vector<std::string> out;
+        for (const Command& c : camera->commands()) out.push_back(c.frame);
+        return out;
+    }
+};
+
+// Every operation sends its own text, framed, and reads a plain success answer.
+TEST_F(CommandTest, EveryOperationSendsItsPacket) {
+    bool b = false;
+    int32_t i = 0;
+    std::string s;
+    struct Case {
+        std::function<void()> call;
+        std::string text;
+        std::function<bool()> succeeded;
+    };
+    const std::vector<Case> cases = {
+            {[&] { service->setZoomSwitch(true, &b); }, "{\"cmd_id\":14,\"param\":1}", [&] { return b; }},
+            {[&] { service->getZoomSwitch(&b); }, "{\"cmd_id\":15,\"param\":0}", [&] { return b; }},
+            {[&] { service->getAiAlgoList(&i); }, "{\"cmd_id\":16,\"param\":0}", [&] { return i == 1; }},
+            {[&] { service->setAiSubscribeType(-1, &b); }, "{\"cmd_id\":1,\"param\":-1}", [&] { return b; }},
+            {[&] { service->getAiSubscribeStatus(&i); }, "{\"cmd_id\":2,\"param\":0}", [&] { return i == 1; }},
+            {[&] { service->setAiProperty("face", &b); }, "{\"cmd_id\":5,\"param\":\"face\"}", [&] { return b; }},
+            {[&] { service->getAiProperty("x", &s); }, "{\"cmd_id\":6,\"param\":\"x\"}",
+             [&] { return s == answer(6, 1, 0); }},
+            {[&] { service->setAiSubscribe(3, "[1,2]", &b); },
+             "{\"cmd_id\":1,\"param\":3,\"option\":[1,2]}", [&] { return b; }},
+            {[&] { service->getAiSubscribe(&s); }, "{\"cmd_id\":2,\"param\":0}",
+             [&] { return s == answer(2, 1, 0); }},
+            {[&] { service->grabFrame(2, "1920x1080", &b); },
+             "{\"cmd_id\":3,\"param_1\":2,\"param_2\":\"1920x1080\"}", [&] { return b; }},
+            {[&] { service->sendDoa("{\"angle\":30}", &b); }, "{\"cmd_id\":4,\"param\":{\"angle\":30}}",
+             [&] { return b; }},
+            {[&] { service->setAutoFraming(1, &b); }, "{\"cmd_id\":12,\"param\":1}", [&] { return b; }},
+            {[&] { service->getAutoFraming(&b); }, "{\"cmd_id\":13,\"param\":0}", [&] { return b; }},
+            {[&] { service->setZoomMode(2, -3, &b); }, "{\"cmd_id\":14,\"param\":2,\"mode\":-3}",
+             [&] { return b; }},
+            {[&] { service->getZoomMode(&s); }, "{\"cmd_id\":15,\"param\":0}",
+             [&] { return s == answer(15, 1, 0); }},
+    };
+    for (size_t n = 0; n < cases.size(); ++n) {
+        b = false;
+        i = 0;
+        s.clear();
+        cases[n].call();
+        EXPECT_TRUE(cases[n].succeeded()) << cases[n].text;
+        ASSERT_EQ(n + 1, camera->commandCount());
+        EXPECT_EQ(frameFor(cases[n].text), frames()[n]) << cases[n].text;
+    }
+    EXPECT_EQ(1u, camera->connectionCount());
+    EXPECT_TRUE(log.contains("LumacastService::setZoomMode  {\"cmd_id\":14,\"param\":2,\"mode\":-3}",
+                             ANDROID_LOG_INFO));
+    EXPECT_TRUE(log.contains("LumacastService::setAiSubscribeType process", ANDROID_LOG_DEBUG));
+}
+
+TEST_F(CommandTest, ResultRulesJudgeTheCamerasAnswer) {
+    bool b = true;
+    int32_t i = 0;
+    // Switch operations need param 1 and rval 0, whatever was asked.
+    camera->setRule(14, rule(0, 0));
+    service->setZoomSwitch(false, &b);
+    EXPECT_FALSE(b);
+    EXPECT_TRUE(log.contains("LumacastService::setZoomSwitch retWait:0, mCmd:14, mParam:0, mRetVal:0"));
+    camera->setRule(14, rule(1, 0));
+    service->setZoomSwitch(false, &b);
+    EXPECT_TRUE(b);
+    camera->setRule(14, rule(1, 2));
+    service->setZoomSwitch(true, &b);
+    EXPECT_FALSE(b);
+    camera->setRule(15, rule(0, 0));
+    service->getZoomSwitch(&b);
+    EXPECT_FALSE(b);
+    camera->setRule(13, rule(1, 0));
+    service->getAutoFraming(&b);
+    EXPECT_TRUE(b);
+
+    // Queries return the camera's param; values are read without their sign.
+    camera->setRule(16, rule(-5, 0));
+    service->getAiAlgoList(&i);
+    EXPECT_EQ(5, i);
+    camera->setRule(16, rule(9, 1));
+    service->getAiAlgoList(&i);
+    EXPECT_EQ(0, i);
+    camera->setRule(2, rule(3, 0));
+    service->getAiSubscribeStatus(&i);
+    EXPECT_EQ(3, i);
+    camera->setRule(1, rule(0, -5));
+    service->setAiSubscribeType(2, &b);
+    EXPECT_FALSE(b);
+    EXPECT_TRUE(log.contains("LumacastService::setAiSubscribeType retWait:0, mCmd:1, mParam:0, mRetVal:5"));
+    // Other outcomes logged with their own texts.
+    camera->setRule(3, rule(0, 4));
+    service->grabFrame(1, "640x480", &b);
+    EXPECT_FALSE(b);
+    EXPECT_TRUE(log.contains("LumacastService::grabFrame retWait:0, mCmd:3, mRetVal:4"));
+    camera->setRule(1, rule(0, 6));
+    service->setAiSubscribe(1, "0", &b);
+    EXPECT_FALSE(b);
+    EXPECT_TRUE(log.contains("LumacastService::mSignalSetAiSubscribe retWait:0, mCmd:1, mParam:0, mRetVal:6"));
+}
+
+// Only the answer's id decides whom it wakes; other ids and heartbeats wake nobody.
+TEST_F(CommandTest, SilentCameraTimesEachCallOut) {
+    camera->setRule(15, silent());
+    camera->setRule(16, silent());
+    bool on = true;
+    int32_t list = -1;
+    std::string mode = "unset";
+    auto a = std::async(std::launch::async, [&] { service->getZoomSwitch(&on); });
+    auto b = std::async(std::launch::async, [&] { service->getAiAlgoList(&list); });
+    auto c = std::async(std::launch::async, [&] { service->getZoomMode(&mode); });
+    ASSERT_TRUE(camera->waitForCommands(3, 10s));
+    ASSERT_TRUE(camera->send(resultMessage(answer(7, 1, 0)) + resultMessage(answer(254, 1, 0))));
+    a.get();
+    b.get();
+    c.get();
+    EXPECT_FALSE(on);
+    EXPECT_EQ(0, list);
+    EXPECT_EQ("", mode);
+    EXPECT_TRUE(log.contains("LumacastService::processResult mCmd = 7, mParam = 1, mRetVal = 0"));
+    EXPECT_EQ(0u, log.countContaining("mCmd = 254"));
+    // Not woken by id 7: each judged an empty slot after its time-out.
+    EXPECT_TRUE(log.contains("LumacastService::getZoomSwitch retWait:0, mCmd:-1, mParam:-1, mRetVal:-1"));
+    EXPECT_TRUE(log.contains("LumacastService::getAiAlgoList retWait:0, mCmd:-1, mParam:-1, mRetVal:-1"));
+    EXPECT_TRUE(log.contains("LumacastService::getZoomMode retWait:0, mCmd:-1, mParam:-1, mRetVal:-1"));
+    EXPECT_EQ(0u, log.count("LumacastService::processResult  signal"));
+}
+
+TEST_F(CommandTest, SecondCallOfAWaitingKindIsRefusedAtOnce) {
+    camera->setRule(14, silent());
+    bool first = true;
+    auto waiting = std::async(std::launch::async, [&] { service->setZoomMode(1, 1, &first); });
+    ASSERT_TRUE(camera->waitForCommands(1, 10s));
+    bool second = true;  // a busy refusal leaves it as it was
+    service->setZoomMode(2, 2, &second);
+    EXPECT_TRUE(second);
+    EXPECT_TRUE(log.contains("LumacastService::setZoomMode nullptr != mSignalSetZoomMode(last processing)",
+                             ANDROID_LOG_ERROR));
+    EXPECT_EQ(1u, camera->commandCount()) << "a refused call sends nothing";
+    // Another kind is independent and goes through.
+    bool other = false;
+    service->setAutoFraming(1, &other);
+    EXPECT_TRUE(other);
+    ASSERT_TRUE(camera->send(resultMessage(answer(14, 1, 0))));
+    waiting.get();
+    EXPECT_TRUE(first);
+}
+
+// One answer completes every waiting call that shares its id, each judging it.
+TEST_F(CommandTest, OneAnswerCompletesBothCallsOfItsId) {
+    camera->setRule(14, silent());
+    bool mode = false;
+    bool zoom = false;
+    auto a = std::async(std::launch::async, [&] { service->setZoomMode(1, 1, &mode); });
+    auto b = std::async(std::launch::async, [&] { service->setZoomSwitch(true, &zoom); });
+    ASSERT_TRUE(camera->waitForCommands(2, 10s));
+    ASSERT_TRUE(camera->send(resultMessage(answer(14, 1, 0))));
+    ASSERT_EQ(std::future_status::ready, a.wait_for(10s));
+    ASSERT_EQ(std::future_status::ready, b.wait_for(10s));
+    EXPECT_TRUE(mode);
+    EXPECT_TRUE(zoom);
+    EXPECT_EQ(1u, log.count("LumacastService::processResult  signal"));
+}
+
+TEST_F(CommandTest, TextQueriesReturnTheWholeAnswerSafely) {
+    ReplyRule text;
+    text.text = "{\"cmd_id\":15,\"param\":1,\"rval\":0,\"zoom\":\"2x\"}";
+    camera->setRule(15, text);
+    std::string value;
+    service->getZoomMode(&value);
+    EXPECT_EQ(text.text, value);
+
+    // 150 bytes cannot be kept whole with their zero: cut to 99.
+    ReplyRule longText;
+    longText.text = "{\"cmd_id\":6,\"param\":1,\"rval\":0,\"v\":\"" + std::string(150, 'v') + "\"}";
+    camera->setRule(6, longText);
+    service->getAiProperty("p", &value);
+    EXPECT_EQ(longText.text.substr(0, 99), value);
+    EXPECT_TRUE(log.contains("LumacastService::processResult text len:" +
+                             std::to_string(longText.text.size()) + " cut to 99"));
+}
+
+TEST_F(CommandTest, NotReadyCallsFailAndSendNothing) {
+    service->processCameraRemove();
+    bool b = true;
+    int32_t i = 5;
+    std::string s = "stale";
+    service->setZoomSwitch(true, &b);
+    EXPECT_FALSE(b);
+    service->getAiSubscribeStatus(&i);
+    EXPECT_EQ(0, i);
+    service->getAiSubscribe(&s);
+    EXPECT_EQ("", s);
+    EXPECT_TRUE(log.contains("LumacastService::setZoomSwitch failed", ANDROID_LOG_ERROR));
+    EXPECT_TRUE(log.contains("LumacastService::getAiSubscribeStatus failed", ANDROID_LOG_ERROR));
+    EXPECT_TRUE(log.contains("LumacastService::getAiSubscribe failed", ANDROID_LOG_ERROR));
+    EXPECT_EQ(0u, camera->commandCount());
+}
+
+// Strings are inserted as given; a text that would not fit its buffer (or the packet) is
+// refused with the failure value, and nothing is sent.
+TEST_F(CommandTest, StringArgumentsAtTheirLimits) {
+    struct Limit {
+        const char* name;
+        size_t longest;  // longest accepted argument
+        std::function<bool(const std::string&)> call;  // true: the call succeeded
+        std::function<std::string(const std::string&)> text;
+    };
+    bool b = false;
+    std::string s;
+    const std::vector<Limit> limits = {
+            {"setAiProperty", 169,
+             [&](const std::string& a) { service->setAiProperty(a, &b); return b; },
+             [](const std::string& a) { return "{\"cmd_id\":5,\"param\":\"" + a + "\"}"; }},
+            {"getAiProperty", 169,
+             [&](const std::string& a) { service->getAiProperty(a, &s); return !s.empty(); },
+             [](const std::string& a) { return "{\"cmd_id\":6,\"param\":\"" + a + "\"}"; }},
+            {"setAiSubscribe", 67,
+             [&](const std::string& a) { service->setAiSubscribe(0, a, &b); return b; },
+             [](const std::string& a) { return "{\"cmd_id\":1,\"param\":0,\"option\":" + a + "}"; }},
+            {"grabFrame", 62,
+             [&](const std::string& a) { service->grabFrame(0, a, &b); return b; },
+             [](const std::string& a) { return "{\"cmd_id\":3,\"param_1\":0,\"param_2\":\"" + a + "\"}"; }},
+            {"sendDoa", 171,
+             [&](const std::string& a) { service->sendDoa(a, &b); return b; },
+             [](const std::string& a) { return "{\"cmd_id\":4,\"param\":" + a + "}"; }},
+    };
+    for (const Limit& limit : limits) {
+        const std::string fits(limit.longest, '7');
+        const size_t before = camera->commandCount();
+        EXPECT_TRUE(limit.call(fits)) << limit.name;
+        ASSERT_EQ(before + 1, camera->commandCount()) << limit.name;
+        EXPECT_EQ(frameFor(limit.text(fits)), frames().back()) << limit.name;
+
+        for (size_t extra : {size_t{1}, size_t{4000}}) {
+            b = true;
+            s = "stale";
+            EXPECT_FALSE(limit.call(std::string(limit.longest + extra, '7'))) << limit.name;
+            EXPECT_EQ(before + 1, camera->commandCount()) << limit.name << " sent an overlong text";
+        }
+    }
+}
+
+// Calls of every kind racing each other, with and without answers: each result wakes the
+// calls of its id only, and nothing is left waiting.
+TEST_F(CommandTest, ConcurrentKindsEachGetTheirOwnAnswer) {
+    std::vector<std::thread> threads;
+    std::atomic<int> failures{0};
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            for (int n = 0; n < 100; ++n) {
+                bool b = false;
+                int32_t i = 0;
+                std::string s;
+                switch ((t + n) % 4) {
+                    case 0:
+                        service->getAiAlgoList(&i);
+                        if (i != 1) ++failures;
+                        break;
+                    case 1:
+                        service->grabFrame(1, "x", &b);
+                        if (!b) ++failures;
+                        break;
+                    case 2:
+                        service->getAiProperty("k", &s);
+                        if (s != answer(6, 1, 0)) ++failures;
+                        break;
+                    default:
+                        service->sendDoa("1", &b);
+                        if (!b) ++failures;
+                        break;
+                }
+            }
+        });
+    }
+    for (auto& t : threads) t.join();
+    // Same-kind calls from two threads may meet and be refused as busy; refused calls
+    // leave their values untouched and count here too, so allow for them in the total.
+    const size_t busy = log.countContaining("(last processing)");
+    EXPECT_EQ(static_cast<size_t>(failures.load()), busy);
+    EXPECT_EQ(400u - busy, camera->commandCount());
+}
+
+TEST(CommandFormat, PacketForParamCommands) {
+    unsigned char out[LumacastService::SEND_BUFFER_SIZE];
+    memset(out, 0x55, sizeof(out));
+    const int len = LumacastService::convertCmdParamToJson(1, 0, out);
+    const std::string expected = std::string("\xFF\x00\xAB\xBC\x00\x00\x00\x16", 8) +
+                                 "{\"cmd_id\":1,\"param\":0}";
+    ASSERT_EQ(30, len);
+    EXPECT_EQ(expected, std::string(reinterpret_cast<char*>(out), 30));
+    for (size_t i = 30; i < sizeof(out); ++i) ASSERT_EQ(0, out[i]) << "the buffer is zeroed";
+
+    // Unsigned arguments print as signed decimals.
+    const int wide = LumacastService::convertCmdParamToJson(4294967295u, 2147483648u, out);
+    EXPECT_EQ("{\"cmd_id\":-1,\"param\":-2147483648}",
+              std::string(reinterpret_cast<char*>(out) + 8, static_cast<size_t>(wide - 8)));
+}
+
+TEST(CommandFormat, ResultParsingReadsLikeTheScanFormat) {
+    struct Case {
+        const char* text;
+        int cmd, param, rval;
+    };
+    const Case cases[] = {
+            {"{\"cmd_id\":14,\"param\":1,\"rval\":0}", 14, 1, 0},
+            {"{\"cmd_id\":16,\"param\":-5,\"rval\":-2}", 16, 5, 2},         // signs are skipped
+            {"{\"cmd_id\":0x1F,\"param\":010,\"rval\":0}", 31, 8, 0},      // automatic base
+            {"{\"rval\":3,\"cmd_id\":2}", 3, -1, 3},                       // first number is taken
+            {"{\"cmd_id\":6}", 6, -1, -1},                                  // missing keys
+            {"14", -1, -1, -1},                                              // no leading non-digit
+            {"{\"param\":\"x\",\"cmd_id\":5}", 5, 5, -1},                  // first number after "param"
+            {"{\"cmd_id\":99999999999,\"param\":1}", -1, 1, -1},           // too big for an int
+    };
+    for (const Case& c : cases) {
+        int cmd = -1;
+        int param = -1;
+        int rval = -1;
+        std::string text = c.text;
+        LumacastService::parseCmdParamFromJson(reinterpret_cast<unsigned char*>(&text[0]), &cmd,
+                                               &param, &rval);
+        if (std::string(c.text).find("99999999999") == std::string::npos) {
+            EXPECT_EQ(c.cmd, cmd) << c.text;
+        }
+        EXPECT_EQ(c.param, param) << c.text;
+        EXPECT_EQ(c.rval, rval) << c.text;
+    }
+    host::LogCapture log;
+    int cmd = 7;
+    int param = 8;
+    int rval = 9;
+    LumacastService::parseCmdParamFromJson(nullptr, &cmd, &param, &rval);
+    unsigned char empty[1] = {0};
+    LumacastService::parseCmdParamFromJson(empty, &cmd, &param, &rval);
+    EXPECT_EQ(7, cmd);
+    EXPECT_EQ(8, param);
+    EXPECT_EQ(9, rval);
+    EXPECT_EQ(2u, log.count("LumacastService::parseCmdParamFromJson nullptr == jsonData err"));
+}
+
+}  // namespace
+}  // namespace lumacast::test

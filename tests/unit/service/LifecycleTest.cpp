@@ -1,0 +1,152 @@
+// The service object: construction, camera add and remove, readiness, heartbeat,
+// teardown.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <future>
+
+#include "tests/unit/service/ServiceTestSupport.h"
+
+using lumacast::camsim::StreamSpec;
+
+namespace lumacast::test {
+namespace {
+
+TEST_F(ServiceTest, ConstructionResetsTheSubscribeStatus) {
+    service.clear();
+    property_set("kora.camera.subscribe_status", "true");
+    log.clear();
+    service = new LumacastService();
+    EXPECT_EQ("false", property("kora.camera.subscribe_status"));
+    const long start = log.indexOf("LumacastService START");
+    ASSERT_GE(start, 0);
+    EXPECT_GT(log.indexOf("Lumacast now setting to false", static_cast<size_t>(start)), start);
+}
+
+TEST_F(ServiceTest, CameraAddAndRemoveActOnlyOnAChange) {
+    adapter->processCameraRemove();
+    EXPECT_TRUE(log.contains("LumacastService::processCameraRemove not cameraExist", ANDROID_LOG_DEBUG));
+    EXPECT_EQ("", property("sys.kora.usb.status"));
+
+    adapter->processCameraAdd();
+    EXPECT_EQ("1", property("sys.kora.usb.status"));
+    EXPECT_TRUE(log.contains("LumacastService set sys.kora.usb.status 1", ANDROID_LOG_ERROR));
+    EXPECT_EQ(1u, log.count("SocketClient mSignalAddCamera cameraExit=1"));
+
+    adapter->processCameraAdd();
+    EXPECT_TRUE(log.contains("LumacastService::processCameraAdd cameraExist", ANDROID_LOG_DEBUG));
+    EXPECT_EQ(1u, log.count("SocketClient mSignalAddCamera cameraExit=1"));
+
+    adapter->processCameraRemove();
+    EXPECT_EQ("0", property("sys.kora.usb.status"));
+    EXPECT_EQ(1u, log.count("SocketClient mSignalAddCamera cameraExit=0"));
+    EXPECT_EQ(1u, log.count("LumacastService set sys.kora.usb.status 0"));
+}
+
+TEST_F(ServiceTest, ContinueProcessFollowsCameraAndLink) {
+    EXPECT_FALSE(service->continueProcess());
+    EXPECT_TRUE(log.contains("LumacastService::continueProcess camera do not exit", ANDROID_LOG_ERROR));
+    EXPECT_EQ(0u, camera->connectionCount());
+
+    plugCamera();
+    EXPECT_TRUE(service->continueProcess());
+    ASSERT_TRUE(camera->waitForConnections(1, 10s));
+    EXPECT_TRUE(service->continueProcess());
+    EXPECT_EQ(1u, camera->connectionCount());
+
+    // A camera that refuses: the next connect fails and the command would not be sent.
+    ASSERT_TRUE(camera->setRefusing(true));
+    service.clear();
+    service = new LumacastService();
+    EXPECT_FALSE(service->continueProcess());
+    EXPECT_TRUE(log.contains("LumacastService::continueProcess DISCONNECT return", ANDROID_LOG_ERROR));
+}
+
+// A camera that neither accepts nor refuses keeps the link connecting; other callers are
+// refused at once instead of waiting.
+TEST_F(ServiceTest, ContinueProcessRefusesWhileConnecting) {
+    camera.reset();
+    const int blocker = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_GE(blocker, 0);
+    const int one = 1;
+    setsockopt(blocker, SOL_SOCKET, SO_REUSEADDR, &one, sizeof(one));
+    struct sockaddr_in addr = {};
+    addr.sin_family = AF_INET;
+    addr.sin_port = htons(10001);
+    inet_pton(AF_INET, "192.168.111.10", &addr.sin_addr);
+    ASSERT_EQ(0, bind(blocker, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)));
+    ASSERT_EQ(0, listen(blocker, 0));
+    // Fill the accept queue, which is never served: later handshakes go unanswered.
+    std::vector<int> fillers;
+    for (int i = 0; i < 2; ++i) {
+        const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+        connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr));
+        fillers.push_back(fd);
+    }
+    std::this_thread::sleep_for(50ms);
+
+    plugCamera();
+    auto first = std::async(std::launch::async, [&] { return service->continueProcess(); });
+    ASSERT_TRUE(log.waitFor("SocketClient::init connect ", 10s));
+    EXPECT_FALSE(service->continueProcess());
+    EXPECT_TRUE(log.contains("LumacastService::continueProcess CONNECTTING return", ANDROID_LOG_ERROR));
+    ASSERT_EQ(std::future_status::ready, first.wait_for(30s));
+    EXPECT_FALSE(first.get());
+    for (int fd : fillers) close(fd);
+    close(blocker);
+}
+
+TEST_F(ServiceTest, CallbackSizeFollowsTheList) {
+    EXPECT_EQ(0, adapter->getCallbackSize());
+    sp<TestListener> a = new TestListener();
+    sp<TestListener> b = new TestListener();
+    bool ok = false;
+    service->setCallback(a, &ok);
+    service->setCallback(b, &ok);
+    service->setCallback(a, &ok);
+    EXPECT_EQ(2, adapter->getCallbackSize());
+    service->removeCallback(a, &ok);
+    EXPECT_EQ(1, adapter->getCallbackSize());
+}
+
+TEST_F(ServiceTest, HeartbeatGoesOutOnlyOnAConnectedLink) {
+    EXPECT_EQ(0, adapter->checkAlive());
+    EXPECT_TRUE(log.contains("mSocketClient is null or not connect", ANDROID_LOG_ERROR));
+
+    plugCamera();
+    ASSERT_TRUE(service->continueProcess());
+    ASSERT_TRUE(camera->waitForConnections(1, 10s));
+    EXPECT_EQ(1, adapter->checkAlive());
+    ASSERT_TRUE(camera->waitForCommands(1, 10s));
+    EXPECT_EQ(frameFor("{\"cmd_id\":254,\"param\":1}"), camera->commands()[0].frame);
+    // camsim answers it; the answer only passes through the slot, unlogged. A later
+    // result shows that the answer has been read.
+    ASSERT_TRUE(camera->send(camsim::resultMessage("{\"cmd_id\":7,\"param\":0,\"rval\":0}")));
+    ASSERT_TRUE(log.waitFor("LumacastService::processResult mCmd = 7, mParam = 0, mRetVal = 0", 10s));
+    EXPECT_EQ(0u, log.countContaining("processResult mCmd = 254"));
+}
+
+TEST_F(ServiceTest, DestructionWhileTheCameraStreams) {
+    plugCamera();
+    sp<TestListener> listener = new TestListener();
+    bool ok = false;
+    service->setCallback(listener, &ok);
+    StreamSpec spec;
+    spec.blockSize = 4096;
+    camera->startStream(spec);
+    ASSERT_TRUE(service->continueProcess());
+    ASSERT_TRUE(listener->waitForCount(20));
+    auto done = std::async(std::launch::async, [&] {
+        adapter.reset();
+        service.clear();
+    });
+    EXPECT_EQ(std::future_status::ready, done.wait_for(20s));
+    EXPECT_EQ("false", property("kora.camera.subscribe_status"));
+    camera->stopStreams();
+}
+
+}  // namespace
+}  // namespace lumacast::test
