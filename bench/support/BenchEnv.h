@@ -28,6 +28,17 @@ inline void enterBenchNamespace() {
         }
     }
     lumacast::test::setInterfaceUp("lo");
+    // A private property store, so the service's properties touch nothing else.
+    static std::string propertyDir = [] {
+        char templ[] = "/tmp/lumacast-bench-XXXXXX";
+        if (mkdtemp(templ) == nullptr) {
+            perror("mkdtemp");
+            exit(1);
+        }
+        return std::string(templ);
+    }();
+    setenv("LUMACAST_PROPERTY_DIR", (propertyDir + "/properties").c_str(), 1);
+    atexit([] { lumacast::test::runCommand("rm -rf '" + propertyDir + "'"); });
     const int rc = lumacast::test::runCommand("ip addr add 192.168.111.10/32 dev lo 2>/dev/null");
     if (rc != 0 && rc != 2) {
         fprintf(stderr, "cannot make the camera address local (ip: %d)\n", rc);

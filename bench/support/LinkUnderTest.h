@@ -4,33 +4,48 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <memory>
 #include <mutex>
-#include <tuple>
-#include <vector>
 
-#include "service/ILumacastClient.h"
-#include "socket/SocketClient.h"
+#include <binder/IInterface.h>
+#include <cutils/properties.h>
+#include <binder/Status.h>
+#include <utils/StrongPointer.h>
+
+#include "aidl/ILumacastCallback.h"
+#include "service/LumacastService.h"
 #include "tools/camsim/CameraSimulator.h"
 
 namespace lumacast::bench {
 
-// The daemon's receive path: the link's read loop handing frame blocks to a processFrame
-// that copies each block once and gives it to one in-process listener.
-class LinkUnderTest : public android::lumacast::ILumacastClient {
+// One in-process listener: counts frame blocks and their bytes; an AI JSON block marks
+// the end of a run.
+class CountingListener : public android::BnInterface<kora::lumacast::ILumacastCallback> {
 public:
-    LinkUnderTest() : mLink(std::make_unique<android::lumacast::SocketClient>(this)) {}
-    ~LinkUnderTest() override { mLink.reset(); }
-
-    bool connect(camsim::CameraSimulator* camera) {
-        const size_t before = camera->connectionCount();
-        mLink->cameraExit = true;
-        return mLink->init() && camera->waitForConnections(before + 1, std::chrono::seconds(10));
+    android::binder::Status onAiData(const std::string&) override {
+        {
+            std::lock_guard<std::mutex> lock(mMutex);
+            mEnded = true;
+        }
+        mCond.notify_all();
+        return android::binder::Status::ok();
+    }
+    android::binder::Status onProtoBuf(const std::vector<uint8_t>&) override {
+        return android::binder::Status::ok();
+    }
+    android::binder::Status onFrame(int32_t, int32_t, const std::vector<uint8_t>& data) override {
+        const auto now = std::chrono::steady_clock::now();
+        std::lock_guard<std::mutex> lock(mMutex);
+        if (mBlocks == 0) mFirst = now;
+        mLast = now;
+        ++mBlocks;
+        mBytes += data.size();
+        return android::binder::Status::ok();
     }
 
-    // Blocks and payload bytes received until the end marker (any result) arrived, and
-    // the seconds from the first to the last block. False on time-out.
-    bool receive(std::chrono::seconds limit, uint64_t* blocks, uint64_t* bytes, double* seconds) {
+    // Blocks and bytes until the end marker, and the seconds from the first to the last
+    // block. False on time-out.
+    bool waitForEnd(std::chrono::seconds limit, uint64_t* blocks, uint64_t* bytes,
+                    double* seconds) {
         std::unique_lock<std::mutex> lock(mMutex);
         const bool ended = mCond.wait_for(lock, limit, [&] { return mEnded; });
         *blocks = mBlocks;
@@ -39,41 +54,7 @@ public:
         return ended;
     }
 
-    void processCameraAdd() override {}
-    void processCameraRemove() override {}
-    int checkAlive() override { return 0; }
-    int getCallbackSize() override { return 1; }
-    int processResult(unsigned char*, int) override {
-        {
-            std::lock_guard<std::mutex> lock(mMutex);
-            mEnded = true;
-        }
-        mCond.notify_all();
-        return 0;
-    }
-    int processAiJson(unsigned char*, int) override { return 0; }
-    int processAiProtobuf(unsigned char*, int) override { return 0; }
-    int processFrame(int blockCount, int blockParam, unsigned char* data, int len) override {
-        std::lock_guard<std::mutex> lock(mFanOutMutex);
-        std::vector<uint8_t> block(data, data + len);
-        onFrame(blockCount, blockParam, block);
-        return 0;
-    }
-
 private:
-    void onFrame(int, int, const std::vector<uint8_t>& data) {
-        const auto now = std::chrono::steady_clock::now();
-        {
-            std::lock_guard<std::mutex> lock(mMutex);
-            if (mBlocks == 0) mFirst = now;
-            mLast = now;
-            ++mBlocks;
-            mBytes += data.size();
-        }
-        mCond.notify_all();
-    }
-
-    std::mutex mFanOutMutex;
     std::mutex mMutex;
     std::condition_variable mCond;
     uint64_t mBlocks = 0;
@@ -81,7 +62,23 @@ private:
     bool mEnded = false;
     std::chrono::steady_clock::time_point mFirst;
     std::chrono::steady_clock::time_point mLast;
-    std::unique_ptr<android::lumacast::SocketClient> mLink;
 };
+
+// The daemon's streaming service, with the camera reported present and its link connected
+// to `camera`.
+inline android::sp<android::lumacast::LumacastService> connectedService(
+        camsim::CameraSimulator* camera) {
+    const size_t before = camera->connectionCount();
+    // A fresh service starts from an unplugged camera, as after a reboot.
+    property_set("sys.kora.usb.status", "0");
+    android::sp<android::lumacast::LumacastService> service =
+            new android::lumacast::LumacastService();
+    service->processCameraAdd();
+    if (!service->continueProcess() ||
+        !camera->waitForConnections(before + 1, std::chrono::seconds(10))) {
+        return nullptr;
+    }
+    return service;
+}
 
 }  // namespace lumacast::bench

@@ -7,7 +7,9 @@
 #include <poll.h>
 #include <stdio.h>
 #include <string.h>
+#include <linux/sockios.h>
 #include <sys/eventfd.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -266,7 +268,7 @@ void CameraSimulator::schedulerLoop() {
 }
 
 bool CameraSimulator::writeTo(const std::shared_ptr<Connection>& connection,
-                              const std::string& bytes) {
+                              const std::string& bytes, const std::atomic<bool>* keepGoing) {
     if (!connection) return false;
     size_t chunk;
     std::chrono::microseconds pause;
@@ -275,7 +277,18 @@ bool CameraSimulator::writeTo(const std::shared_ptr<Connection>& connection,
         chunk = mChunkBytes;
         pause = mChunkPause;
     }
+    auto shouldGiveUp = [&] {
+        if (connection->closed || (keepGoing != nullptr && !*keepGoing)) return true;
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mStopping;
+    };
     std::lock_guard<std::mutex> writeLock(connection->writeMutex);
+    for (;;) {
+        int unsent = 0;
+        if (ioctl(connection->fd, SIOCOUTQNSD, &unsent) != 0 || unsent == 0) break;
+        if (shouldGiveUp()) return false;
+        std::this_thread::sleep_for(std::chrono::microseconds(20));
+    }
     size_t sent = 0;
     while (sent < bytes.size()) {
         size_t piece = bytes.size() - sent;
@@ -286,12 +299,7 @@ bool CameraSimulator::writeTo(const std::shared_ptr<Connection>& connection,
                                      piece - pieceSent, MSG_NOSIGNAL);
             if (n < 0) {
                 if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) return false;
-                bool stopping;
-                {
-                    std::lock_guard<std::mutex> lock(mMutex);
-                    stopping = mStopping;
-                }
-                if (stopping || connection->closed) return false;
+                if (shouldGiveUp()) return false;
                 continue;
             }
             pieceSent += static_cast<size_t>(n);
@@ -470,7 +478,7 @@ void CameraSimulator::streamLoop(StreamSpec spec, std::shared_ptr<std::atomic<bo
             bytes[at + 2] = static_cast<char>(param >> 8);
             bytes[at + 3] = static_cast<char>(param);
         }
-        if (!writeTo(connection, bytes)) continue;
+        if (!writeTo(connection, bytes, running.get())) continue;
         ++sequence;
         ++mStreamed;
         if (period > Clock::duration::zero()) {

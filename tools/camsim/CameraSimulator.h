@@ -103,7 +103,12 @@ private:
     void streamLoop(StreamSpec spec, std::shared_ptr<std::atomic<bool>> running);
     void onBytes(const std::shared_ptr<Connection>& connection, const char* data, size_t len);
     void answer(const std::shared_ptr<Connection>& connection, const Command& command);
-    bool writeTo(const std::shared_ptr<Connection>& connection, const std::string& bytes);
+    // Writes one message. It leaves only once everything written before has left the
+    // socket, so the kernel never merges it into a half-sent earlier one: a reader that
+    // falls behind then never finds a message header cut in two by TCP. Gives up when the
+    // connection goes, the simulator stops, or *keepGoing turns false.
+    bool writeTo(const std::shared_ptr<Connection>& connection, const std::string& bytes,
+                 const std::atomic<bool>* keepGoing = nullptr);
     std::shared_ptr<Connection> current() const;
     void wakeIo();
 
