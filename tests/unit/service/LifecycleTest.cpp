@@ -99,17 +99,35 @@ TEST_F(ServiceTest, ContinueProcessRefusesWhileConnecting) {
     close(blocker);
 }
 
-TEST_F(ServiceTest, CallbackSizeFollowsTheList) {
-    EXPECT_EQ(0, adapter->getCallbackSize());
-    sp<TestListener> a = new TestListener();
-    sp<TestListener> b = new TestListener();
+// The camera leaves: commands are refused and the link lets its connection go. It comes
+// back: the waiting link reconnects by itself and commands work again.
+TEST_F(ServiceTest, CameraRemovedAndBack) {
+    plugCamera();
+    ASSERT_TRUE(service->continueProcess());
+    ASSERT_TRUE(camera->waitForConnections(1, 10s));
     bool ok = false;
-    service->setCallback(a, &ok);
-    service->setCallback(b, &ok);
-    service->setCallback(a, &ok);
-    EXPECT_EQ(2, adapter->getCallbackSize());
-    service->removeCallback(a, &ok);
-    EXPECT_EQ(1, adapter->getCallbackSize());
+    service->setAutoFraming(1, &ok);
+    EXPECT_TRUE(ok);
+
+    adapter->processCameraRemove();
+    service->setAutoFraming(1, &ok);
+    EXPECT_FALSE(ok);
+    EXPECT_TRUE(log.contains("LumacastService::setAutoFraming failed"));
+    // The link notices at its next pass.
+    ASSERT_TRUE(camera->send(camsim::resultMessage("{\"cmd_id\":7}")));
+    ASSERT_TRUE(camera->waitForDisconnect(10s));
+    ASSERT_TRUE(log.waitFor("SocketClient camera do not exit, wait", 10s));
+
+    adapter->processCameraAdd();
+    EXPECT_TRUE(log.contains("SocketClient mSignalAddCamera signal", ANDROID_LOG_ERROR));
+    ASSERT_TRUE(camera->waitForConnections(2, 10s));
+    bool back = false;
+    for (int i = 0; i < 100 && !back; ++i) {
+        service->setAutoFraming(1, &back);
+        if (!back) std::this_thread::sleep_for(10ms);
+    }
+    EXPECT_TRUE(back);
+    EXPECT_EQ(2u, camera->connectionCount());
 }
 
 TEST_F(ServiceTest, HeartbeatGoesOutOnlyOnAConnectedLink) {

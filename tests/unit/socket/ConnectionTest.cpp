@@ -66,21 +66,6 @@ TEST_F(LinkTest, InitWithoutCameraFailsCleanly) {
     EXPECT_EQ(CONNECTED, link->connectState.load());
 }
 
-TEST_F(LinkTest, WorkItemsAreRoutedByThreadName) {
-    link = std::make_unique<SocketClient>(&client);
-    SocketClient::Client router(link.get());
-    int item = 0;
-    EXPECT_EQ(-1, router.selfProcess(nullptr, const_cast<char*>("socketRead")));
-    EXPECT_EQ(-1, router.selfProcess(&item, nullptr));
-    EXPECT_EQ(2u, log.count("SocketClient::Client::selfProcess nullptr == data1 || nullptr == data2 err"));
-    char otherName[] = "socketOther";
-    EXPECT_EQ(-2, router.selfProcess(&item, otherName));
-    // Compared by content, not by pointer.
-    char writeName[] = "socketWrite";
-    EXPECT_EQ(-1, router.selfProcess(&item, writeName));
-    EXPECT_TRUE(log.contains("SocketClient::socketWrite connectState:0 err"));
-}
-
 // End of stream and a reset both count as a dropped connection: no tight loop on the
 // dead socket, a reconnect, and a working link again.
 class DropTest : public LinkTest, public ::testing::WithParamInterface<bool> {};
@@ -188,13 +173,6 @@ TEST_F(LinkTest, CameraReturnRacingTheWaitIsNeverLost) {
     EXPECT_GT(log.count("SocketClient camera do not exit, wait"), 0u) << "no round reached the wait";
 }
 
-TEST_F(LinkTest, UninitWhileDisconnectedOnlyLogs) {
-    link = std::make_unique<SocketClient>(&client);
-    link->uninit();
-    EXPECT_TRUE(log.contains("SocketClient::uninit connectState:0 ", ANDROID_LOG_DEBUG));
-    EXPECT_FALSE(log.contains("uninit finish"));
-}
-
 TEST_F(LinkTest, UninitUnblocksTheReaderWithTheUnblockingCommand) {
     connect();
     camera->clearReceived();
@@ -248,17 +226,6 @@ TEST_F(LinkTest, DestructionBetweenReconnectsEndsTheLoop) {
     ASSERT_TRUE(log.waitFor(reconnectLine(1), 20s));
     EXPECT_TRUE(finishesWithin(20s, [&] { link.reset(); }));
     EXPECT_FALSE(log.contains(reconnectLine(10)));
-}
-
-TEST_F(LinkTest, DestructionWhileTheCameraStreams) {
-    StreamSpec spec;
-    spec.blockSize = 8192;
-    spec.blocksPerMessage = 3;
-    camera->startStream(spec);
-    connect();
-    ASSERT_TRUE(client.waitForCount(50));
-    EXPECT_TRUE(finishesWithin(20s, [&] { link.reset(); }));
-    camera->stopStreams();
 }
 
 // Binder threads may all find the link down and call init at once: one connection, no
