@@ -306,6 +306,7 @@ int LumacastService::callbackSize() {
 // ---- fan-out --------------------------------------------------------------------------
 
 int LumacastService::processFrame(int blockCount, int blockParam, unsigned char* data, int len) {
+    if (data == nullptr) len = 0;
     CallbackLock lock(&mCallbackMutex);
     // One copy per block, shared by every listener.
     const std::vector<uint8_t> block(data, data + (len > 0 ? len : 0));
@@ -316,6 +317,7 @@ int LumacastService::processFrame(int blockCount, int blockParam, unsigned char*
 }
 
 int LumacastService::processAiProtobuf(unsigned char* data, int len) {
+    if (data == nullptr) len = 0;
     CallbackLock lock(&mCallbackMutex);
     const std::vector<uint8_t> block(data, data + (len > 0 ? len : 0));
     for (const sp<ILumacastCallback>& callback : mCallbacks) callback->onProtoBuf(block);
@@ -323,6 +325,7 @@ int LumacastService::processAiProtobuf(unsigned char* data, int len) {
 }
 
 int LumacastService::processAiJson(unsigned char* data, int /*len*/) {
+    if (data == nullptr) return 0;
     CallbackLock lock(&mCallbackMutex);
     for (const sp<ILumacastCallback>& callback : mCallbacks) {
         callback->onAiData(std::string(reinterpret_cast<const char*>(data)));

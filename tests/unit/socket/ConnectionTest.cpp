@@ -107,6 +107,22 @@ TEST_F(LinkTest, GivesUpAfterElevenFailedReconnectsThenInitStartsAfresh) {
     ASSERT_TRUE(log.waitFor(reconnectLine(0), 20s, 2));
 }
 
+// init between two reconnect attempts of a running loop connects and returns at once;
+// the running loop reads the new connection.
+TEST_F(LinkTest, InitDuringARunningLoopDoesNotWaitForIt) {
+    connect();
+    ASSERT_TRUE(camera->setRefusing(true));
+    camera->dropConnection();
+    ASSERT_TRUE(log.waitFor(reconnectLine(0), 20s));
+    ASSERT_TRUE(camera->setRefusing(false));
+    EXPECT_TRUE(finishesWithin(10s, [&] { EXPECT_TRUE(link->init()); }));
+    ASSERT_TRUE(camera->waitForConnections(2, 10s));
+    ASSERT_TRUE(camera->send(resultMessage("read by the running loop")));
+    ASSERT_TRUE(client.waitForCount(1));
+    EXPECT_EQ(1u, log.count("SocketClient::init mThreadRead->process"));
+    EXPECT_EQ(2u, camera->connectionCount());
+}
+
 // One run tolerates eleven failed reconnects in all; a successful reconnect in between
 // does not reset the count.
 TEST_F(LinkTest, ReconnectCountSpansTheWholeRun) {
