@@ -283,9 +283,15 @@ bool CameraSimulator::writeTo(const std::shared_ptr<Connection>& connection,
         return mStopping;
     };
     std::lock_guard<std::mutex> writeLock(connection->writeMutex);
+    // A reset socket keeps reporting its unsent count, and a reader may stop for good:
+    // the wait ends on an error or after a while, and the send then sorts it out.
+    const auto waitEnd = Clock::now() + std::chrono::seconds(1);
     for (;;) {
         int unsent = 0;
         if (ioctl(connection->fd, SIOCOUTQNSD, &unsent) != 0 || unsent == 0) break;
+        struct pollfd p = {connection->fd, POLLOUT, 0};
+        if (poll(&p, 1, 0) > 0 && (p.revents & (POLLERR | POLLHUP)) != 0) break;
+        if (Clock::now() > waitEnd) break;
         if (shouldGiveUp()) return false;
         std::this_thread::sleep_for(std::chrono::microseconds(20));
     }

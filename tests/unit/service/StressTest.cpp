@@ -120,7 +120,7 @@ TEST_F(ServiceTest, EverythingAtOnce) {
         return b;
     };
     bool recovered = false;
-    for (int i = 0; i < 20 && !recovered; ++i) recovered = works();
+    for (int i = 0; i < 10 && !recovered; ++i) recovered = works();
     EXPECT_TRUE(recovered);
     auto done = std::async(std::launch::async, [&] {
         adapter.reset();
