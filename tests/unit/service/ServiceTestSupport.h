@@ -104,10 +104,6 @@ class ServiceTest : public ::testing::Test {
 protected:
     void SetUp() override {
         makeCameraAddressLocal();
-        // Explicitly, as after a reboot: the test environment's own reset cannot list the
-        // store under qemu-arm (a 32-bit readdir on this file system fails).
-        property_set("sys.kora.usb.status", "");
-        property_set("kora.camera.subscribe_status", "");
         camera = std::make_unique<camsim::CameraSimulator>("192.168.111.10", 10001);
         std::string why;
         ASSERT_TRUE(camera->start(&why)) << why;
