@@ -2,13 +2,12 @@
 
 #include "service/LumacastService.h"
 
-#include <stdarg.h>
-#include <stdio.h>
-#include <string.h>
-
 #include <binder/IInterface.h>
 #include <cutils/properties.h>
 #include <log/log.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
 
 #include "socket/CameraProtocol.h"
 
@@ -31,13 +30,13 @@ unsigned char sAlivePacket[LumacastService::SEND_BUFFER_SIZE];
 
 // Holds mCallbackMutex for a scope.
 class CallbackLock {
-public:
+  public:
     explicit CallbackLock(pthread_mutex_t* mutex) : mMutex(mutex) { pthread_mutex_lock(mMutex); }
     ~CallbackLock() { pthread_mutex_unlock(mMutex); }
     CallbackLock(const CallbackLock&) = delete;
     CallbackLock& operator=(const CallbackLock&) = delete;
 
-private:
+  private:
     pthread_mutex_t* mMutex;
 };
 
@@ -192,14 +191,16 @@ void LumacastService::processCameraAdd() {
         return;
     }
     if (readCameraPresent()) {
-        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::processCameraAdd cameraExist");
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                            "LumacastService::processCameraAdd cameraExist");
         return;
     }
     __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService set sys.kora.usb.status 1");
     property_set(kUsbStatusProperty, "1");
     // cameraExit first: a link about to wait looks at it again after arming its signal.
     mSocketClient->cameraExit = true;
-    __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "SocketClient mSignalAddCamera cameraExit=%d", 1);
+    __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "SocketClient mSignalAddCamera cameraExit=%d",
+                        1);
     if (SignalUtil* signal = mSocketClient->mSignalAddCamera.load()) {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "SocketClient mSignalAddCamera signal");
         signal->signal();
@@ -221,11 +222,13 @@ void LumacastService::processCameraRemove() {
     __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService set sys.kora.usb.status 0");
     property_set(kUsbStatusProperty, "0");
     mSocketClient->cameraExit = false;
-    __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "SocketClient mSignalAddCamera cameraExit=%d", 0);
+    __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "SocketClient mSignalAddCamera cameraExit=%d",
+                        0);
 }
 
 void LumacastService::startAliveTimer() {
-    if (mUSBEventInterrupt != nullptr && mUSBEventInterrupt->mKeepAlive && mSocketTimer != nullptr) {
+    if (mUSBEventInterrupt != nullptr && mUSBEventInterrupt->mKeepAlive &&
+        mSocketTimer != nullptr) {
         mSocketTimer->start(kAliveIntervalMs);
     }
 }
@@ -272,7 +275,8 @@ void LumacastService::insertListener(const sp<ILumacastCallback>& callback) {
             }
         }
         mCallbacks.push_back(callback);
-        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::insertListener size = %d ",
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                            "LumacastService::insertListener size = %d ",
                             static_cast<int>(mCallbacks.size()));
     }
     property_set(kSubscribeStatusProperty, "true");
@@ -286,11 +290,13 @@ void LumacastService::removeListener(const sp<ILumacastCallback>& callback) {
         for (auto it = mCallbacks.begin(); it != mCallbacks.end(); ++it) {
             if (IInterface::asBinder(*it) == binder) {
                 mCallbacks.erase(it);
-                __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::removeListener erase");
+                __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                                    "LumacastService::removeListener erase");
                 break;
             }
         }
-        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::removeListener size = %d ",
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                            "LumacastService::removeListener size = %d ",
                             static_cast<int>(mCallbacks.size()));
         empty = mCallbacks.empty();
     }
@@ -337,22 +343,37 @@ int LumacastService::processAiJson(unsigned char* data, int /*len*/) {
 
 SignalUtil*& LumacastService::signalFor(CommandKind kind) {
     switch (kind) {
-        case SET_ZOOM_SWITCH: return mSignalSetZoomSwitch;
-        case GET_ZOOM_SWITCH: return mSignalGetZoomSwitch;
-        case GET_AI_ALGO_LIST: return mSignalGetAiAlgoList;
-        case SET_AI_SUBSCRIBE_TYPE: return mSignalSetAiSubscribeType;
-        case GET_AI_SUBSCRIBE_STATUS: return mSignalGetAiSubscribeStatus;
-        case SET_AI_SUBSCRIBE: return mSignalSetAiSubscribe;
-        case GET_AI_SUBSCRIBE: return mSignalGetAiSubscribe;
-        case GRAB_FRAME: return mSignalGrapFrame;
-        case SEND_DOA: return mSignalSendDoa;
-        case SET_AUTO_FRAMING: return mSignalSetAutoFraming;
-        case GET_AUTO_FRAMING: return mSignalgetAutoFraming;
-        case SET_ZOOM_MODE: return mSignalSetZoomMode;
-        case GET_ZOOM_MODE: return mSignalGetZoomMode;
-        case SET_AI_PROPERTY: return mSignalSetAiProperty;
+        case SET_ZOOM_SWITCH:
+            return mSignalSetZoomSwitch;
+        case GET_ZOOM_SWITCH:
+            return mSignalGetZoomSwitch;
+        case GET_AI_ALGO_LIST:
+            return mSignalGetAiAlgoList;
+        case SET_AI_SUBSCRIBE_TYPE:
+            return mSignalSetAiSubscribeType;
+        case GET_AI_SUBSCRIBE_STATUS:
+            return mSignalGetAiSubscribeStatus;
+        case SET_AI_SUBSCRIBE:
+            return mSignalSetAiSubscribe;
+        case GET_AI_SUBSCRIBE:
+            return mSignalGetAiSubscribe;
+        case GRAB_FRAME:
+            return mSignalGrapFrame;
+        case SEND_DOA:
+            return mSignalSendDoa;
+        case SET_AUTO_FRAMING:
+            return mSignalSetAutoFraming;
+        case GET_AUTO_FRAMING:
+            return mSignalgetAutoFraming;
+        case SET_ZOOM_MODE:
+            return mSignalSetZoomMode;
+        case GET_ZOOM_MODE:
+            return mSignalGetZoomMode;
+        case SET_AI_PROPERTY:
+            return mSignalSetAiProperty;
         case GET_AI_PROPERTY:
-        default: return mSignalGetAiProperty;
+        default:
+            return mSignalGetAiProperty;
     }
 }
 
@@ -471,13 +492,15 @@ void LumacastService::wakeLocked(CommandKind kind, bool keepText, bool logSignal
         memcpy(sResultText, data, static_cast<size_t>(keep));
         memcpy(d.text, sResultText, sizeof(d.text));
     }
-    if (logSignal) __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::processResult  signal");
+    if (logSignal)
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::processResult  signal");
     signal->signal();
 }
 
 int LumacastService::processResult(unsigned char* data, int len) {
     if (data == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::processResult nullptr = data");
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "LumacastService::processResult nullptr = data");
         return -1;
     }
     int cmd = -1;
@@ -560,9 +583,10 @@ Status LumacastService::setZoomSwitch(bool on, bool* _aidl_return) {
     }
     *_aidl_return = r.matched(14) && r.param == 1 && r.rval == 0;
     if (!*_aidl_return) {
-        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
-                            "LumacastService::setZoomSwitch retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
-                            r.retWait, r.cmd, r.param, r.rval);
+        __android_log_print(
+                ANDROID_LOG_DEBUG, LOG_TAG,
+                "LumacastService::setZoomSwitch retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
+                r.retWait, r.cmd, r.param, r.rval);
     }
     return Status::ok();
 }
@@ -585,9 +609,10 @@ Status LumacastService::getZoomSwitch(bool* _aidl_return) {
     }
     *_aidl_return = r.matched(15) && r.param == 1 && r.rval == 0;
     if (!*_aidl_return) {
-        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
-                            "LumacastService::getZoomSwitch retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
-                            r.retWait, r.cmd, r.param, r.rval);
+        __android_log_print(
+                ANDROID_LOG_DEBUG, LOG_TAG,
+                "LumacastService::getZoomSwitch retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
+                r.retWait, r.cmd, r.param, r.rval);
     }
     return Status::ok();
 }
@@ -612,20 +637,23 @@ Status LumacastService::getAiAlgoList(int32_t* _aidl_return) {
         *_aidl_return = r.param;
     } else {
         *_aidl_return = 0;
-        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
-                            "LumacastService::getAiAlgoList retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
-                            r.retWait, r.cmd, r.param, r.rval);
+        __android_log_print(
+                ANDROID_LOG_DEBUG, LOG_TAG,
+                "LumacastService::getAiAlgoList retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
+                r.retWait, r.cmd, r.param, r.rval);
     }
     return Status::ok();
 }
 
 Status LumacastService::setAiSubscribeType(int32_t type, bool* _aidl_return) {
-    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::setAiSubscribeType type:%d", type);
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::setAiSubscribeType type:%d",
+                        type);
     char text[50];
     formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d}", 1, type);
     if (!continueProcess()) {
         *_aidl_return = false;
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::setAiSubscribeType failed");
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "LumacastService::setAiSubscribeType failed");
         return Status::ok();
     }
     startAliveTimer();
@@ -652,15 +680,17 @@ Status LumacastService::getAiSubscribeStatus(int32_t* _aidl_return) {
     formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d}", 2, 0);
     if (!continueProcess()) {
         *_aidl_return = 0;
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::getAiSubscribeStatus failed");
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "LumacastService::getAiSubscribeStatus failed");
         return Status::ok();
     }
     startAliveTimer();
     Reply r;
-    if (!exchange(GET_AI_SUBSCRIBE_STATUS, 2, text,
-                  "LumacastService::getAiSubscribeStatus nullptr != mSignalGetAiSubscribeStatus(last "
-                  "processing)",
-                  0, nullptr, &r)) {
+    if (!exchange(
+                GET_AI_SUBSCRIBE_STATUS, 2, text,
+                "LumacastService::getAiSubscribeStatus nullptr != mSignalGetAiSubscribeStatus(last "
+                "processing)",
+                0, nullptr, &r)) {
         return Status::ok();
     }
     if (r.matched(2) && r.rval == 0) {
@@ -682,7 +712,8 @@ Status LumacastService::setAiProperty(const std::string& param, bool* _aidl_retu
     if (!formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":\"%s\"}", 5, param.c_str())) {
         *_aidl_return = false;
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "LumacastService::setAiProperty param too long (%zu) err", param.size());
+                            "LumacastService::setAiProperty param too long (%zu) err",
+                            param.size());
         return Status::ok();
     }
     if (!continueProcess()) {
@@ -699,9 +730,10 @@ Status LumacastService::setAiProperty(const std::string& param, bool* _aidl_retu
     }
     *_aidl_return = r.matched(5) && r.rval == 0;
     if (!*_aidl_return) {
-        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
-                            "LumacastService::setAiProperty retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
-                            r.retWait, r.cmd, r.param, r.rval);
+        __android_log_print(
+                ANDROID_LOG_DEBUG, LOG_TAG,
+                "LumacastService::setAiProperty retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
+                r.retWait, r.cmd, r.param, r.rval);
     }
     return Status::ok();
 }
@@ -717,7 +749,8 @@ Status LumacastService::getAiProperty(const std::string& param, std::string* _ai
     if (!formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":\"%s\"}", 6, param.c_str())) {
         _aidl_return->clear();
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "LumacastService::getAiProperty param too long (%zu) err", param.size());
+                            "LumacastService::getAiProperty param too long (%zu) err",
+                            param.size());
         return Status::ok();
     }
     if (!continueProcess()) {
@@ -734,9 +767,10 @@ Status LumacastService::getAiProperty(const std::string& param, std::string* _ai
     }
     *_aidl_return = r.text;
     if (!r.matched(6)) {
-        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
-                            "LumacastService::getAiProperty retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
-                            r.retWait, r.cmd, r.param, r.rval);
+        __android_log_print(
+                ANDROID_LOG_DEBUG, LOG_TAG,
+                "LumacastService::getAiProperty retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
+                r.retWait, r.cmd, r.param, r.rval);
     }
     return Status::ok();
 }
@@ -751,7 +785,8 @@ Status LumacastService::setAiSubscribe(int32_t param, const std::string& option,
                     option.c_str())) {
         *_aidl_return = false;
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "LumacastService::setAiSubscribe option too long (%zu) err", option.size());
+                            "LumacastService::setAiSubscribe option too long (%zu) err",
+                            option.size());
         return Status::ok();
     }
     if (!continueProcess()) {
@@ -769,10 +804,11 @@ Status LumacastService::setAiSubscribe(int32_t param, const std::string& option,
     }
     *_aidl_return = r.matched(1) && r.rval == 0;
     if (!*_aidl_return) {
-        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
-                            "LumacastService::mSignalSetAiSubscribe retWait:%d, mCmd:%d, mParam:%d, "
-                            "mRetVal:%d",
-                            r.retWait, r.cmd, r.param, r.rval);
+        __android_log_print(
+                ANDROID_LOG_DEBUG, LOG_TAG,
+                "LumacastService::mSignalSetAiSubscribe retWait:%d, mCmd:%d, mParam:%d, "
+                "mRetVal:%d",
+                r.retWait, r.cmd, r.param, r.rval);
     }
     return Status::ok();
 }
@@ -792,23 +828,26 @@ Status LumacastService::getAiSubscribe(std::string* _aidl_return) {
     }
     startAliveTimer();
     Reply r;
-    if (!exchange(GET_AI_SUBSCRIBE, 2, text,
-                  "LumacastService::getAiSubscribe nullptr != mSignalGetAiSubscribe(last processing)",
-                  0, nullptr, &r)) {
+    if (!exchange(
+                GET_AI_SUBSCRIBE, 2, text,
+                "LumacastService::getAiSubscribe nullptr != mSignalGetAiSubscribe(last processing)",
+                0, nullptr, &r)) {
         return Status::ok();
     }
     *_aidl_return = r.text;
     if (!r.matched(2)) {
-        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
-                            r.retWait, r.cmd, r.param, r.rval);
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                            "retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d", r.retWait, r.cmd, r.param,
+                            r.rval);
     }
     return Status::ok();
 }
 
 Status LumacastService::grabFrame(int32_t format, const std::string& resolution,
                                   bool* _aidl_return) {
-    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::grabFrame format:%d, resolution:%s",
-                        format, resolution.c_str());
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
+                        "LumacastService::grabFrame format:%d, resolution:%s", format,
+                        resolution.c_str());
     char text[100];
     if (!formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param_1\":%d,\"param_2\":\"%s\"}", 3,
                     format, resolution.c_str())) {
@@ -840,7 +879,8 @@ Status LumacastService::grabFrame(int32_t format, const std::string& resolution,
 }
 
 Status LumacastService::sendDoa(const std::string& data, bool* _aidl_return) {
-    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::sendDoa data:%s", data.c_str());
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::sendDoa data:%s",
+                        data.c_str());
     char text[200];
     if (!formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%s}", 4, data.c_str())) {
         *_aidl_return = false;
@@ -856,8 +896,8 @@ Status LumacastService::sendDoa(const std::string& data, bool* _aidl_return) {
     startAliveTimer();
     Reply r;
     if (!exchange(SEND_DOA, 4, text,
-                  "LumacastService::sendDoa nullptr != mSignalSendDoa(last processing)", 0,
-                  nullptr, &r)) {
+                  "LumacastService::sendDoa nullptr != mSignalSendDoa(last processing)", 0, nullptr,
+                  &r)) {
         return Status::ok();
     }
     *_aidl_return = r.matched(4) && r.rval == 0;
@@ -870,7 +910,8 @@ Status LumacastService::sendDoa(const std::string& data, bool* _aidl_return) {
 }
 
 Status LumacastService::setAutoFraming(int32_t param, bool* _aidl_return) {
-    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::setAutoFraming param:%d", param);
+    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::setAutoFraming param:%d",
+                        param);
     char text[100];
     formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d}", 12, param);
     if (!continueProcess()) {
@@ -880,9 +921,10 @@ Status LumacastService::setAutoFraming(int32_t param, bool* _aidl_return) {
     }
     startAliveTimer();
     Reply r;
-    if (!exchange(SET_AUTO_FRAMING, 12, text,
-                  "LumacastService::setAutoFraming nullptr != mSignalSetAutoFraming(last processing)",
-                  0, nullptr, &r)) {
+    if (!exchange(
+                SET_AUTO_FRAMING, 12, text,
+                "LumacastService::setAutoFraming nullptr != mSignalSetAutoFraming(last processing)",
+                0, nullptr, &r)) {
         return Status::ok();
     }
     *_aidl_return = r.matched(12) && r.rval == 0;
@@ -905,16 +947,18 @@ Status LumacastService::getAutoFraming(bool* _aidl_return) {
     }
     startAliveTimer();
     Reply r;
-    if (!exchange(GET_AUTO_FRAMING, 13, text,
-                  "LumacastService::getAutoFraming nullptr != mSignalgetAutoFraming(last processing)",
-                  0, nullptr, &r)) {
+    if (!exchange(
+                GET_AUTO_FRAMING, 13, text,
+                "LumacastService::getAutoFraming nullptr != mSignalgetAutoFraming(last processing)",
+                0, nullptr, &r)) {
         return Status::ok();
     }
     *_aidl_return = r.matched(13) && r.param == 1 && r.rval == 0;
     if (!*_aidl_return) {
-        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
-                            "LumacastService::getAutoFraming retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
-                            r.retWait, r.cmd, r.param, r.rval);
+        __android_log_print(
+                ANDROID_LOG_DEBUG, LOG_TAG,
+                "LumacastService::getAutoFraming retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
+                r.retWait, r.cmd, r.param, r.rval);
     }
     return Status::ok();
 }
@@ -937,9 +981,10 @@ Status LumacastService::setZoomMode(int32_t param, int32_t mode, bool* _aidl_ret
     }
     *_aidl_return = r.matched(14) && r.rval == 0;
     if (!*_aidl_return) {
-        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
-                            "LumacastService::setZoomMode retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
-                            r.retWait, r.cmd, r.param, r.rval);
+        __android_log_print(
+                ANDROID_LOG_DEBUG, LOG_TAG,
+                "LumacastService::setZoomMode retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
+                r.retWait, r.cmd, r.param, r.rval);
     }
     return Status::ok();
 }
@@ -966,9 +1011,10 @@ Status LumacastService::getZoomMode(std::string* _aidl_return) {
     }
     *_aidl_return = r.text;
     if (!r.matched(15)) {
-        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
-                            "LumacastService::getZoomMode retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
-                            r.retWait, r.cmd, r.param, r.rval);
+        __android_log_print(
+                ANDROID_LOG_DEBUG, LOG_TAG,
+                "LumacastService::getZoomMode retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
+                r.retWait, r.cmd, r.param, r.rval);
     }
     return Status::ok();
 }

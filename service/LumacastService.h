@@ -1,14 +1,13 @@
 #pragma once
 
+#include <binder/Status.h>
 #include <pthread.h>
 #include <stdint.h>
+#include <utils/StrongPointer.h>
 
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include <binder/Status.h>
-#include <utils/StrongPointer.h>
 
 #include "aidl/BnLumacast.h"
 #include "aidl/ILumacastCallback.h"
@@ -25,10 +24,10 @@ namespace lumacast {
 // its heartbeat timer, the listeners, the command exchange with the camera and the fan-out
 // of camera data to the listeners.
 class LumacastService : public kora::lumacast::BnLumacast {
-public:
+  public:
     // The only ILumacastClient: how the watcher, the link and the timer reach the service.
     class LumacastClient : public ILumacastClient {
-    public:
+      public:
         explicit LumacastClient(LumacastService* service) : mService(service) {}
         ~LumacastClient() override {}
 
@@ -41,7 +40,7 @@ public:
         int processFrame(int blockCount, int blockParam, unsigned char* data, int len) override;
         int getCallbackSize() override;
 
-    private:
+      private:
         LumacastService* mService;
     };
 
@@ -98,7 +97,7 @@ public:
     // Reads cmd_id, param and rval of a result text; values that cannot be read are left.
     static void parseCmdParamFromJson(unsigned char* json, int* cmd, int* param, int* rval);
 
-private:
+  private:
     // The fifteen command kinds, one wait signal each.
     enum CommandKind {
         SET_ZOOM_SWITCH,

@@ -4,6 +4,7 @@
 
 #include <arpa/inet.h>
 #include <errno.h>
+#include <log/log.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <stdio.h>
@@ -12,8 +13,6 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
-
-#include <log/log.h>
 
 #include "socket/CameraProtocol.h"
 
@@ -183,7 +182,8 @@ bool SocketClient::init() {
         connectState = CONNECTTING;
     }
     if (mThreadRead == nullptr || !mThreadRead->isInited()) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "SocketClient::init nullptr == mThreadRead err");
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "SocketClient::init nullptr == mThreadRead err");
         std::lock_guard<std::mutex> lock(mStateMutex);
         connectState = DISCONNECT;
         mStateCond.notify_all();
@@ -263,12 +263,12 @@ int SocketClient::socketRead() {
     const ConnectState state = connectState;
     int ret = 0;
     if (state != CONNECTED) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "SocketClient::socketRead connectState:%d err",
-                            state);
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "SocketClient::socketRead connectState:%d err", state);
         ret = -1;
     } else if (mSocketFD < 0) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "SocketClient::socketRead 0 > mSocketFD:%d err",
-                            mSocketFD.load());
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "SocketClient::socketRead 0 > mSocketFD:%d err", mSocketFD.load());
         ret = -2;
     }
     if (ret != 0) {
@@ -309,8 +309,8 @@ void SocketClient::runPasses(int* reconnectCount) {
         if (state == DISCONNECT) {
             if (!reconnect()) {
                 __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                                    "SocketClient::socketRead reconnectSts:%d reconnectCount:%d",
-                                    0, *reconnectCount);
+                                    "SocketClient::socketRead reconnectSts:%d reconnectCount:%d", 0,
+                                    *reconnectCount);
                 if (*reconnectCount > kMaxReconnectCount || mIsUninit) return;
                 usleep(kReconnectPauseUs);
                 ++*reconnectCount;
@@ -409,9 +409,10 @@ void SocketClient::readMessage() {
         ssize_t n = 0;
         if (!readFully(fd, blockHead, LEN_BLOCK_HEAD, &n)) {
             const int err = errno;
-            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                                "SocketClient::socketRead read cmd block readLen:%d <= 0 err(%s,%d)",
-                                static_cast<int>(n), strerror(err), err);
+            __android_log_print(
+                    ANDROID_LOG_ERROR, LOG_TAG,
+                    "SocketClient::socketRead read cmd block readLen:%d <= 0 err(%s,%d)",
+                    static_cast<int>(n), strerror(err), err);
             // The connection has ended or failed; the remaining blocks cannot come.
             break;
         }
@@ -426,7 +427,8 @@ void SocketClient::readMessage() {
         }
         void* grown = realloc(mAiData, static_cast<size_t>(payloadLen) + 1);
         if (grown == nullptr) {
-            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "SocketClient::socketRead realloc fail");
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                "SocketClient::socketRead realloc fail");
             continue;
         }
         mAiData = static_cast<unsigned char*>(grown);
@@ -434,15 +436,17 @@ void SocketClient::readMessage() {
         mAiData[payloadLen] = 0;
         int32_t got = 0;
         while (got < payloadLen) {
-            const int32_t want = payloadLen - got < LEN_READ_PIECE ? payloadLen - got : LEN_READ_PIECE;
+            const int32_t want =
+                    payloadLen - got < LEN_READ_PIECE ? payloadLen - got : LEN_READ_PIECE;
             errno = 0;
             const ssize_t r = read(fd, mAiData + got, static_cast<size_t>(want));
             if (r < 0 && errno == EINTR) continue;
             if (r <= 0) {
                 const int err = errno;
-                __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                                    "SocketClient::socketRead read ai data readLen:%d <= 0 err(%s,%d)",
-                                    static_cast<int>(r), strerror(err), err);
+                __android_log_print(
+                        ANDROID_LOG_ERROR, LOG_TAG,
+                        "SocketClient::socketRead read ai data readLen:%d <= 0 err(%s,%d)",
+                        static_cast<int>(r), strerror(err), err);
                 break;
             }
             got += static_cast<int32_t>(r);
@@ -593,8 +597,8 @@ int SocketClient::writeFrame() {
         mWriting = true;
     }
     // MSG_NOSIGNAL: a camera that has closed the connection yields EPIPE, not SIGPIPE.
-    const ssize_t n = send(fd, mSendInfo.jsonData, static_cast<size_t>(mSendInfo.jsonDataLen),
-                           MSG_NOSIGNAL);
+    const ssize_t n =
+            send(fd, mSendInfo.jsonData, static_cast<size_t>(mSendInfo.jsonDataLen), MSG_NOSIGNAL);
     const int err = errno;
     {
         std::lock_guard<std::mutex> lock(mStateMutex);
@@ -667,8 +671,9 @@ void SocketClient::uninit() {
         }
         if (loopRunning()) {
             // The camera did not answer: force a blocked read to return.
-            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                                "SocketClient::uninit read loop still running, shutting down the socket");
+            __android_log_print(
+                    ANDROID_LOG_ERROR, LOG_TAG,
+                    "SocketClient::uninit read loop still running, shutting down the socket");
             {
                 std::lock_guard<std::mutex> lock(mStateMutex);
                 if (mSocketFD >= 0) shutdown(mSocketFD, SHUT_RDWR);

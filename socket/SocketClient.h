@@ -31,13 +31,13 @@ struct SendInfo {
 // and hands them to the service, and a write thread that sends one command frame per
 // hand-over.
 class SocketClient {
-public:
+  public:
     class Client : public ThreadObject {
-    public:
+      public:
         explicit Client(SocketClient* parent) : mParent(parent) {}
         int selfProcess(void* data1, void* data2) override;
 
-    private:
+      private:
         SocketClient* mParent;
     };
 
@@ -71,7 +71,7 @@ public:
     // since the watcher thread may signal it at any moment.
     std::atomic<SignalUtil*> mSignalAddCamera;
 
-private:
+  private:
     // One pass: one message, as far as the stream allows.
     void readMessage();
     // Passes until the run should end; counts failed reconnects in *reconnectCount.

@@ -99,7 +99,8 @@ int main(int argc, char** argv) {
         return 1;
     }
     const int bareFd = connectBare();
-    const std::string frame = lumacast::camsim::commandFrame("{\"cmd_id\":14,\"param\":1,\"mode\":2}");
+    const std::string frame =
+            lumacast::camsim::commandFrame("{\"cmd_id\":14,\"param\":1,\"mode\":2}");
 
     // Warm both paths up.
     for (int i = 0; i < 200; ++i) {

@@ -82,7 +82,8 @@ double daemonRun(CameraSimulator* camera, uint64_t count, uint64_t* lost) {
         fprintf(stderr, "the daemon's link did not connect\n");
         exit(1);
     }
-    android::sp<lumacast::bench::CountingListener> listener = new lumacast::bench::CountingListener();
+    android::sp<lumacast::bench::CountingListener> listener =
+            new lumacast::bench::CountingListener();
     bool registered = false;
     service->setCallback(listener, &registered);
     const uint64_t base = camera->streamedMessages();
@@ -137,7 +138,8 @@ int main(int argc, char** argv) {
                daemon.back(), ratios.back());
     }
     camera.stop();
-    printf("blocks of %zu bytes, %llu per run, %d rounds; median bare %.1f MiB/s, daemon %.1f MiB/s;"
+    printf("blocks of %zu bytes, %llu per run, %d rounds; median bare %.1f MiB/s, daemon %.1f "
+           "MiB/s;"
            " messages lost: %llu\n",
            kBlock, static_cast<unsigned long long>(count), rounds, lumacast::bench::median(bare),
            lumacast::bench::median(daemon), static_cast<unsigned long long>(lost));

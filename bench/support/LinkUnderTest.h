@@ -1,15 +1,14 @@
 #pragma once
 
+#include <binder/IInterface.h>
+#include <binder/Status.h>
+#include <cutils/properties.h>
 #include <stdint.h>
+#include <utils/StrongPointer.h>
 
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
-
-#include <binder/IInterface.h>
-#include <cutils/properties.h>
-#include <binder/Status.h>
-#include <utils/StrongPointer.h>
 
 #include "aidl/ILumacastCallback.h"
 #include "service/LumacastService.h"
@@ -20,7 +19,7 @@ namespace lumacast::bench {
 // One in-process listener: counts frame blocks and their bytes; an AI JSON block marks
 // the end of a run.
 class CountingListener : public android::BnInterface<kora::lumacast::ILumacastCallback> {
-public:
+  public:
     android::binder::Status onAiData(const std::string&) override {
         {
             std::lock_guard<std::mutex> lock(mMutex);
@@ -54,7 +53,7 @@ public:
         return ended;
     }
 
-private:
+  private:
     std::mutex mMutex;
     std::condition_variable mCond;
     uint64_t mBlocks = 0;

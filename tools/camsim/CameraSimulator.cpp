@@ -2,12 +2,12 @@
 
 #include <arpa/inet.h>
 #include <errno.h>
+#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <stdio.h>
 #include <string.h>
-#include <linux/sockios.h>
 #include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -34,9 +34,9 @@ struct CameraSimulator::Connection {
     Connection& operator=(const Connection&) = delete;
 
     const int fd;
-    std::mutex writeMutex;     // one message at a time on the wire
+    std::mutex writeMutex;  // one message at a time on the wire
     std::atomic<bool> closed{false};
-    CommandParser parser;      // I/O thread only
+    CommandParser parser;  // I/O thread only
 };
 
 CameraSimulator::CameraSimulator(std::string address, uint16_t port)
@@ -240,8 +240,8 @@ void CameraSimulator::answer(const std::shared_ptr<Connection>& connection,
     }
     {
         std::lock_guard<std::mutex> lock(mMutex);
-        mPending.push_back(
-                {Clock::now() + std::chrono::milliseconds(rule.delayMs), connection, std::move(bytes)});
+        mPending.push_back({Clock::now() + std::chrono::milliseconds(rule.delayMs), connection,
+                            std::move(bytes)});
     }
     mCond.notify_all();
 }
@@ -253,8 +253,9 @@ void CameraSimulator::schedulerLoop() {
             mCond.wait(lock);
             continue;
         }
-        auto earliest = std::min_element(mPending.begin(), mPending.end(),
-                                         [](const Pending& a, const Pending& b) { return a.due < b.due; });
+        auto earliest =
+                std::min_element(mPending.begin(), mPending.end(),
+                                 [](const Pending& a, const Pending& b) { return a.due < b.due; });
         if (earliest->due > Clock::now()) {
             mCond.wait_until(lock, earliest->due);
             continue;
@@ -458,10 +459,11 @@ void CameraSimulator::streamLoop(StreamSpec spec, std::shared_ptr<std::atomic<bo
     const uint32_t blocks = std::max<uint32_t>(spec.blocksPerMessage, 1);
     for (uint32_t i = 0; i < blocks; ++i) message.blocks.push_back({0, payload, std::nullopt});
     std::string bytes = encodeMessage(message);
-    const auto period = spec.messagesPerSecond > 0
-                                ? std::chrono::duration_cast<Clock::duration>(
-                                          std::chrono::duration<double>(1.0 / spec.messagesPerSecond))
-                                : Clock::duration::zero();
+    const auto period =
+            spec.messagesPerSecond > 0
+                    ? std::chrono::duration_cast<Clock::duration>(
+                              std::chrono::duration<double>(1.0 / spec.messagesPerSecond))
+                    : Clock::duration::zero();
     auto next = Clock::now();
     uint64_t sequence = 0;
     while (*running) {
@@ -490,8 +492,8 @@ void CameraSimulator::streamLoop(StreamSpec spec, std::shared_ptr<std::atomic<bo
         if (period > Clock::duration::zero()) {
             next += period;
             while (*running && Clock::now() < next) {
-                std::this_thread::sleep_for(std::min<Clock::duration>(next - Clock::now(),
-                                                                      std::chrono::milliseconds(50)));
+                std::this_thread::sleep_for(std::min<Clock::duration>(
+                        next - Clock::now(), std::chrono::milliseconds(50)));
             }
         }
     }

@@ -44,7 +44,7 @@ struct StreamSpec {
 // frames by rules, pushes data, and misbehaves on demand (split writes, garbage, drops,
 // refused connections). Only one connection is served; a new one replaces the old.
 class CameraSimulator {
-public:
+  public:
     CameraSimulator(std::string address, uint16_t port);
     ~CameraSimulator();
     CameraSimulator(const CameraSimulator&) = delete;
@@ -89,7 +89,7 @@ public:
     const std::string& address() const { return mAddress; }
     uint16_t port() const { return mPort; }
 
-private:
+  private:
     struct Connection;
     struct Pending {
         std::chrono::steady_clock::time_point due;
@@ -117,22 +117,22 @@ private:
 
     mutable std::mutex mMutex;
     mutable std::condition_variable mCond;
-    std::shared_ptr<Connection> mConnection;  // guarded by mMutex
-    int mListenFd = -1;                       // owned by the I/O thread once started
-    bool mWantListening = true;               // guarded by mMutex
-    bool mListening = false;                  // guarded by mMutex
-    std::string mListenError;                 // guarded by mMutex
-    uint64_t mListenRequest = 0;              // guarded by mMutex
-    uint64_t mListenDone = 0;                 // guarded by mMutex
-    size_t mConnections = 0;                  // guarded by mMutex
-    std::vector<Command> mCommands;           // guarded by mMutex
-    std::string mReceived;                    // guarded by mMutex
-    ReplyRule mDefaultRule;                   // guarded by mMutex
-    std::map<int, ReplyRule> mRules;          // guarded by mMutex
-    size_t mChunkBytes = 0;                   // guarded by mMutex
+    std::shared_ptr<Connection> mConnection;   // guarded by mMutex
+    int mListenFd = -1;                        // owned by the I/O thread once started
+    bool mWantListening = true;                // guarded by mMutex
+    bool mListening = false;                   // guarded by mMutex
+    std::string mListenError;                  // guarded by mMutex
+    uint64_t mListenRequest = 0;               // guarded by mMutex
+    uint64_t mListenDone = 0;                  // guarded by mMutex
+    size_t mConnections = 0;                   // guarded by mMutex
+    std::vector<Command> mCommands;            // guarded by mMutex
+    std::string mReceived;                     // guarded by mMutex
+    ReplyRule mDefaultRule;                    // guarded by mMutex
+    std::map<int, ReplyRule> mRules;           // guarded by mMutex
+    size_t mChunkBytes = 0;                    // guarded by mMutex
     std::chrono::microseconds mChunkPause{0};  // guarded by mMutex
-    std::vector<Pending> mPending;            // guarded by mMutex
-    bool mStopping = false;                   // guarded by mMutex
+    std::vector<Pending> mPending;             // guarded by mMutex
+    bool mStopping = false;                    // guarded by mMutex
 
     int mWakeFd = -1;
     std::thread mIoThread;

@@ -38,14 +38,15 @@ std::string encodeMessage(const Message& message) {
     out.push_back(static_cast<char>(message.dataType >> 8));
     out.push_back(static_cast<char>(message.dataType));
     out.append(10, '\0');
-    putBigEndian32(&out, message.declaredJsonLen.value_or(static_cast<uint32_t>(message.text.size())));
     putBigEndian32(&out,
-                   message.declaredBlockCount.value_or(static_cast<uint32_t>(message.blocks.size())));
+                   message.declaredJsonLen.value_or(static_cast<uint32_t>(message.text.size())));
+    putBigEndian32(&out, message.declaredBlockCount.value_or(
+                                 static_cast<uint32_t>(message.blocks.size())));
     for (const Block& b : message.blocks) {
         putBigEndian32(&out, 0);
         putBigEndian32(&out, static_cast<uint32_t>(b.param));
-        putBigEndian32(&out,
-                       static_cast<uint32_t>(b.declaredLen.value_or(static_cast<int32_t>(b.payload.size()))));
+        putBigEndian32(&out, static_cast<uint32_t>(b.declaredLen.value_or(
+                                     static_cast<int32_t>(b.payload.size()))));
         out += b.payload;
     }
     out += message.text;

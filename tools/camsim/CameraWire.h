@@ -59,12 +59,12 @@ struct Command {
 // Cuts command frames out of the byte stream from the daemon. Bytes that do not start a
 // frame are skipped up to the next magic.
 class CommandParser {
-public:
+  public:
     void feed(const char* data, size_t len);
     bool next(Command* command);
     size_t skippedBytes() const { return mSkipped; }
 
-private:
+  private:
     std::string mBuffer;
     size_t mSkipped = 0;
 };

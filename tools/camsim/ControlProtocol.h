@@ -9,7 +9,7 @@ namespace lumacast::camsim {
 // The text commands of camsim's control interface (stdin or a Unix socket), one per line.
 // Each returns one line: "ok ...", or "error: ..." with the reason.
 class ControlProtocol {
-public:
+  public:
     explicit ControlProtocol(CameraSimulator* camera) : mCamera(camera) {}
 
     std::string execute(const std::string& line);
@@ -17,7 +17,7 @@ public:
 
     static const char* usage();
 
-private:
+  private:
     CameraSimulator* mCamera;
     bool mQuit = false;
 };

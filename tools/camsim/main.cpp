@@ -163,7 +163,8 @@ int main(int argc, char** argv) {
     if (!controlPath.empty()) {
         controlFd = openControlSocket(controlPath);
         if (controlFd < 0) {
-            fprintf(stderr, "camsim: control socket %s: %s\n", controlPath.c_str(), strerror(errno));
+            fprintf(stderr, "camsim: control socket %s: %s\n", controlPath.c_str(),
+                    strerror(errno));
             return 1;
         }
     }

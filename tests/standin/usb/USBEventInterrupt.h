@@ -12,7 +12,7 @@ namespace android {
 namespace lumacast {
 
 class USBEventInterrupt {
-public:
+  public:
     explicit USBEventInterrupt(ILumacastClient*) : mKeepAlive(false) {}
     USBEventInterrupt(const USBEventInterrupt&) = delete;
     USBEventInterrupt& operator=(const USBEventInterrupt&) = delete;

@@ -30,7 +30,7 @@ ReplyRule silent() {
 }
 
 class CommandTest : public ServiceTest {
-protected:
+  protected:
     void SetUp() override {
         ServiceTest::SetUp();
         plugCamera();
@@ -58,12 +58,17 @@ TEST_F(CommandTest, EveryOperationSendsItsPacket) {
         std::function<bool()> succeeded;
     };
     const std::vector<Case> cases = {
-            {[&] { service->setZoomSwitch(true, &b); }, "{\"cmd_id\":14,\"param\":1}", [&] { return b; }},
+            {[&] { service->setZoomSwitch(true, &b); }, "{\"cmd_id\":14,\"param\":1}",
+             [&] { return b; }},
             {[&] { service->getZoomSwitch(&b); }, "{\"cmd_id\":15,\"param\":0}", [&] { return b; }},
-            {[&] { service->getAiAlgoList(&i); }, "{\"cmd_id\":16,\"param\":0}", [&] { return i == 1; }},
-            {[&] { service->setAiSubscribeType(-1, &b); }, "{\"cmd_id\":1,\"param\":-1}", [&] { return b; }},
-            {[&] { service->getAiSubscribeStatus(&i); }, "{\"cmd_id\":2,\"param\":0}", [&] { return i == 1; }},
-            {[&] { service->setAiProperty("face", &b); }, "{\"cmd_id\":5,\"param\":\"face\"}", [&] { return b; }},
+            {[&] { service->getAiAlgoList(&i); }, "{\"cmd_id\":16,\"param\":0}",
+             [&] { return i == 1; }},
+            {[&] { service->setAiSubscribeType(-1, &b); }, "{\"cmd_id\":1,\"param\":-1}",
+             [&] { return b; }},
+            {[&] { service->getAiSubscribeStatus(&i); }, "{\"cmd_id\":2,\"param\":0}",
+             [&] { return i == 1; }},
+            {[&] { service->setAiProperty("face", &b); }, "{\"cmd_id\":5,\"param\":\"face\"}",
+             [&] { return b; }},
             {[&] { service->getAiProperty("x", &s); }, "{\"cmd_id\":6,\"param\":\"x\"}",
              [&] { return s == answer(6, 1, 0); }},
             {[&] { service->setAiSubscribe(3, "[1,2]", &b); },
@@ -72,10 +77,12 @@ TEST_F(CommandTest, EveryOperationSendsItsPacket) {
              [&] { return s == answer(2, 1, 0); }},
             {[&] { service->grabFrame(2, "1920x1080", &b); },
              "{\"cmd_id\":3,\"param_1\":2,\"param_2\":\"1920x1080\"}", [&] { return b; }},
-            {[&] { service->sendDoa("{\"angle\":30}", &b); }, "{\"cmd_id\":4,\"param\":{\"angle\":30}}",
+            {[&] { service->sendDoa("{\"angle\":30}", &b); },
+             "{\"cmd_id\":4,\"param\":{\"angle\":30}}", [&] { return b; }},
+            {[&] { service->setAutoFraming(1, &b); }, "{\"cmd_id\":12,\"param\":1}",
              [&] { return b; }},
-            {[&] { service->setAutoFraming(1, &b); }, "{\"cmd_id\":12,\"param\":1}", [&] { return b; }},
-            {[&] { service->getAutoFraming(&b); }, "{\"cmd_id\":13,\"param\":0}", [&] { return b; }},
+            {[&] { service->getAutoFraming(&b); }, "{\"cmd_id\":13,\"param\":0}",
+             [&] { return b; }},
             {[&] { service->setZoomMode(2, -3, &b); }, "{\"cmd_id\":14,\"param\":2,\"mode\":-3}",
              [&] { return b; }},
             {[&] { service->getZoomMode(&s); }, "{\"cmd_id\":15,\"param\":0}",
@@ -91,8 +98,9 @@ TEST_F(CommandTest, EveryOperationSendsItsPacket) {
         EXPECT_EQ(frameFor(cases[n].text), frames()[n]) << cases[n].text;
     }
     EXPECT_EQ(1u, camera->connectionCount());
-    EXPECT_TRUE(log.contains("LumacastService::setZoomMode  {\"cmd_id\":14,\"param\":2,\"mode\":-3}",
-                             ANDROID_LOG_INFO));
+    EXPECT_TRUE(
+            log.contains("LumacastService::setZoomMode  {\"cmd_id\":14,\"param\":2,\"mode\":-3}",
+                         ANDROID_LOG_INFO));
     EXPECT_TRUE(log.contains("LumacastService::setAiSubscribeType process", ANDROID_LOG_DEBUG));
 }
 
@@ -103,7 +111,8 @@ TEST_F(CommandTest, ResultRulesJudgeTheCamerasAnswer) {
     camera->setRule(14, rule(0, 0));
     service->setZoomSwitch(false, &b);
     EXPECT_FALSE(b);
-    EXPECT_TRUE(log.contains("LumacastService::setZoomSwitch retWait:0, mCmd:14, mParam:0, mRetVal:0"));
+    EXPECT_TRUE(
+            log.contains("LumacastService::setZoomSwitch retWait:0, mCmd:14, mParam:0, mRetVal:0"));
     camera->setRule(14, rule(1, 0));
     service->setZoomSwitch(false, &b);
     EXPECT_TRUE(b);
@@ -130,7 +139,8 @@ TEST_F(CommandTest, ResultRulesJudgeTheCamerasAnswer) {
     camera->setRule(1, rule(0, -5));
     service->setAiSubscribeType(2, &b);
     EXPECT_FALSE(b);
-    EXPECT_TRUE(log.contains("LumacastService::setAiSubscribeType retWait:0, mCmd:1, mParam:0, mRetVal:5"));
+    EXPECT_TRUE(log.contains(
+            "LumacastService::setAiSubscribeType retWait:0, mCmd:1, mParam:0, mRetVal:5"));
     // Other outcomes logged with their own texts.
     camera->setRule(3, rule(0, 4));
     service->grabFrame(1, "640x480", &b);
@@ -139,7 +149,8 @@ TEST_F(CommandTest, ResultRulesJudgeTheCamerasAnswer) {
     camera->setRule(1, rule(0, 6));
     service->setAiSubscribe(1, "0", &b);
     EXPECT_FALSE(b);
-    EXPECT_TRUE(log.contains("LumacastService::mSignalSetAiSubscribe retWait:0, mCmd:1, mParam:0, mRetVal:6"));
+    EXPECT_TRUE(log.contains(
+            "LumacastService::mSignalSetAiSubscribe retWait:0, mCmd:1, mParam:0, mRetVal:6"));
 }
 
 // Only the answer's id decides whom it wakes; other ids and heartbeats wake nobody.
@@ -163,9 +174,12 @@ TEST_F(CommandTest, SilentCameraTimesEachCallOut) {
     EXPECT_TRUE(log.contains("LumacastService::processResult mCmd = 7, mParam = 1, mRetVal = 0"));
     EXPECT_EQ(0u, log.countContaining("mCmd = 254"));
     // Not woken by id 7: each judged an empty slot after its time-out.
-    EXPECT_TRUE(log.contains("LumacastService::getZoomSwitch retWait:0, mCmd:-1, mParam:-1, mRetVal:-1"));
-    EXPECT_TRUE(log.contains("LumacastService::getAiAlgoList retWait:0, mCmd:-1, mParam:-1, mRetVal:-1"));
-    EXPECT_TRUE(log.contains("LumacastService::getZoomMode retWait:0, mCmd:-1, mParam:-1, mRetVal:-1"));
+    EXPECT_TRUE(log.contains(
+            "LumacastService::getZoomSwitch retWait:0, mCmd:-1, mParam:-1, mRetVal:-1"));
+    EXPECT_TRUE(log.contains(
+            "LumacastService::getAiAlgoList retWait:0, mCmd:-1, mParam:-1, mRetVal:-1"));
+    EXPECT_TRUE(
+            log.contains("LumacastService::getZoomMode retWait:0, mCmd:-1, mParam:-1, mRetVal:-1"));
     EXPECT_EQ(0u, log.count("LumacastService::processResult  signal"));
 }
 
@@ -177,8 +191,9 @@ TEST_F(CommandTest, SecondCallOfAWaitingKindIsRefusedAtOnce) {
     bool second = true;  // a busy refusal leaves it as it was
     service->setZoomMode(2, 2, &second);
     EXPECT_TRUE(second);
-    EXPECT_TRUE(log.contains("LumacastService::setZoomMode nullptr != mSignalSetZoomMode(last processing)",
-                             ANDROID_LOG_ERROR));
+    EXPECT_TRUE(log.contains(
+            "LumacastService::setZoomMode nullptr != mSignalSetZoomMode(last processing)",
+            ANDROID_LOG_ERROR));
     EXPECT_EQ(1u, camera->commandCount()) << "a refused call sends nothing";
     // Another kind is independent and goes through.
     bool other = false;
@@ -245,7 +260,7 @@ TEST_F(CommandTest, NotReadyCallsFailAndSendNothing) {
 TEST_F(CommandTest, StringArgumentsAtTheirLimits) {
     struct Limit {
         const char* name;
-        size_t longest;  // longest accepted argument
+        size_t longest;                                // longest accepted argument
         std::function<bool(const std::string&)> call;  // true: the call succeeded
         std::function<std::string(const std::string&)> text;
     };
@@ -253,19 +268,38 @@ TEST_F(CommandTest, StringArgumentsAtTheirLimits) {
     std::string s;
     const std::vector<Limit> limits = {
             {"setAiProperty", 169,
-             [&](const std::string& a) { service->setAiProperty(a, &b); return b; },
+             [&](const std::string& a) {
+                 service->setAiProperty(a, &b);
+                 return b;
+             },
              [](const std::string& a) { return "{\"cmd_id\":5,\"param\":\"" + a + "\"}"; }},
             {"getAiProperty", 169,
-             [&](const std::string& a) { service->getAiProperty(a, &s); return !s.empty(); },
+             [&](const std::string& a) {
+                 service->getAiProperty(a, &s);
+                 return !s.empty();
+             },
              [](const std::string& a) { return "{\"cmd_id\":6,\"param\":\"" + a + "\"}"; }},
             {"setAiSubscribe", 67,
-             [&](const std::string& a) { service->setAiSubscribe(0, a, &b); return b; },
-             [](const std::string& a) { return "{\"cmd_id\":1,\"param\":0,\"option\":" + a + "}"; }},
+             [&](const std::string& a) {
+                 service->setAiSubscribe(0, a, &b);
+                 return b;
+             },
+             [](const std::string& a) {
+                 return "{\"cmd_id\":1,\"param\":0,\"option\":" + a + "}";
+             }},
             {"grabFrame", 62,
-             [&](const std::string& a) { service->grabFrame(0, a, &b); return b; },
-             [](const std::string& a) { return "{\"cmd_id\":3,\"param_1\":0,\"param_2\":\"" + a + "\"}"; }},
+             [&](const std::string& a) {
+                 service->grabFrame(0, a, &b);
+                 return b;
+             },
+             [](const std::string& a) {
+                 return "{\"cmd_id\":3,\"param_1\":0,\"param_2\":\"" + a + "\"}";
+             }},
             {"sendDoa", 171,
-             [&](const std::string& a) { service->sendDoa(a, &b); return b; },
+             [&](const std::string& a) {
+                 service->sendDoa(a, &b);
+                 return b;
+             },
              [](const std::string& a) { return "{\"cmd_id\":4,\"param\":" + a + "}"; }},
     };
     for (const Limit& limit : limits) {
@@ -328,8 +362,8 @@ TEST(CommandFormat, PacketForParamCommands) {
     unsigned char out[LumacastService::SEND_BUFFER_SIZE];
     memset(out, 0x55, sizeof(out));
     const int len = LumacastService::convertCmdParamToJson(1, 0, out);
-    const std::string expected = std::string("\xFF\x00\xAB\xBC\x00\x00\x00\x16", 8) +
-                                 "{\"cmd_id\":1,\"param\":0}";
+    const std::string expected =
+            std::string("\xFF\x00\xAB\xBC\x00\x00\x00\x16", 8) + "{\"cmd_id\":1,\"param\":0}";
     ASSERT_EQ(30, len);
     EXPECT_EQ(expected, std::string(reinterpret_cast<char*>(out), 30));
     for (size_t i = 30; i < sizeof(out); ++i) ASSERT_EQ(0, out[i]) << "the buffer is zeroed";
@@ -347,13 +381,13 @@ TEST(CommandFormat, ResultParsingReadsLikeTheScanFormat) {
     };
     const Case cases[] = {
             {"{\"cmd_id\":14,\"param\":1,\"rval\":0}", 14, 1, 0},
-            {"{\"cmd_id\":16,\"param\":-5,\"rval\":-2}", 16, 5, 2},         // signs are skipped
-            {"{\"cmd_id\":0x1F,\"param\":010,\"rval\":0}", 31, 8, 0},      // automatic base
-            {"{\"rval\":3,\"cmd_id\":2}", 3, -1, 3},                       // first number is taken
-            {"{\"cmd_id\":6}", 6, -1, -1},                                  // missing keys
-            {"14", -1, -1, -1},                                              // no leading non-digit
-            {"{\"param\":\"x\",\"cmd_id\":5}", 5, 5, -1},                  // first number after "param"
-            {"{\"cmd_id\":99999999999,\"param\":1}", -1, 1, -1},           // too big for an int
+            {"{\"cmd_id\":16,\"param\":-5,\"rval\":-2}", 16, 5, 2},    // signs are skipped
+            {"{\"cmd_id\":0x1F,\"param\":010,\"rval\":0}", 31, 8, 0},  // automatic base
+            {"{\"rval\":3,\"cmd_id\":2}", 3, -1, 3},                   // first number is taken
+            {"{\"cmd_id\":6}", 6, -1, -1},                             // missing keys
+            {"14", -1, -1, -1},                                        // no leading non-digit
+            {"{\"param\":\"x\",\"cmd_id\":5}", 5, 5, -1},              // first number after "param"
+            {"{\"cmd_id\":99999999999,\"param\":1}", -1, 1, -1},       // too big for an int
     };
     for (const Case& c : cases) {
         int cmd = -1;

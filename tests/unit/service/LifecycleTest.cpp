@@ -28,7 +28,8 @@ TEST_F(ServiceTest, ConstructionResetsTheSubscribeStatus) {
 
 TEST_F(ServiceTest, CameraAddAndRemoveActOnlyOnAChange) {
     adapter->processCameraRemove();
-    EXPECT_TRUE(log.contains("LumacastService::processCameraRemove not cameraExist", ANDROID_LOG_DEBUG));
+    EXPECT_TRUE(log.contains("LumacastService::processCameraRemove not cameraExist",
+                             ANDROID_LOG_DEBUG));
     EXPECT_EQ("", property("sys.kora.usb.status"));
 
     adapter->processCameraAdd();
@@ -48,7 +49,8 @@ TEST_F(ServiceTest, CameraAddAndRemoveActOnlyOnAChange) {
 
 TEST_F(ServiceTest, ContinueProcessFollowsCameraAndLink) {
     EXPECT_FALSE(service->continueProcess());
-    EXPECT_TRUE(log.contains("LumacastService::continueProcess camera do not exit", ANDROID_LOG_ERROR));
+    EXPECT_TRUE(
+            log.contains("LumacastService::continueProcess camera do not exit", ANDROID_LOG_ERROR));
     EXPECT_EQ(0u, camera->connectionCount());
 
     plugCamera();
@@ -62,7 +64,8 @@ TEST_F(ServiceTest, ContinueProcessFollowsCameraAndLink) {
     service.clear();
     service = new LumacastService();
     EXPECT_FALSE(service->continueProcess());
-    EXPECT_TRUE(log.contains("LumacastService::continueProcess DISCONNECT return", ANDROID_LOG_ERROR));
+    EXPECT_TRUE(
+            log.contains("LumacastService::continueProcess DISCONNECT return", ANDROID_LOG_ERROR));
 }
 
 // A camera that neither accepts nor refuses keeps the link connecting; other callers are
@@ -92,7 +95,8 @@ TEST_F(ServiceTest, ContinueProcessRefusesWhileConnecting) {
     auto first = std::async(std::launch::async, [&] { return service->continueProcess(); });
     ASSERT_TRUE(log.waitFor("SocketClient::init connect ", 10s));
     EXPECT_FALSE(service->continueProcess());
-    EXPECT_TRUE(log.contains("LumacastService::continueProcess CONNECTTING return", ANDROID_LOG_ERROR));
+    EXPECT_TRUE(
+            log.contains("LumacastService::continueProcess CONNECTTING return", ANDROID_LOG_ERROR));
     ASSERT_EQ(std::future_status::ready, first.wait_for(30s));
     EXPECT_FALSE(first.get());
     for (int fd : fillers) close(fd);
@@ -143,7 +147,8 @@ TEST_F(ServiceTest, HeartbeatGoesOutOnlyOnAConnectedLink) {
     // camsim answers it; the answer only passes through the slot, unlogged. A later
     // result shows that the answer has been read.
     ASSERT_TRUE(camera->send(camsim::resultMessage("{\"cmd_id\":7,\"param\":0,\"rval\":0}")));
-    ASSERT_TRUE(log.waitFor("LumacastService::processResult mCmd = 7, mParam = 0, mRetVal = 0", 10s));
+    ASSERT_TRUE(
+            log.waitFor("LumacastService::processResult mCmd = 7, mParam = 0, mRetVal = 0", 10s));
     EXPECT_EQ(0u, log.countContaining("processResult mCmd = 254"));
 }
 

@@ -9,7 +9,7 @@ namespace lumacast::test {
 namespace {
 
 class Journal {
-public:
+  public:
     TestListener::Journal sink() {
         return [this](const std::string& who, const TestListener::Event&) {
             std::lock_guard<std::mutex> lock(mMutex);
@@ -23,7 +23,7 @@ public:
         return out;
     }
 
-private:
+  private:
     std::mutex mMutex;
     std::string mOrder;
 };
@@ -38,11 +38,13 @@ TEST_F(ServiceTest, NullListenersAreRefused) {
     bool ok = true;
     service->setCallback(nullptr, &ok);
     EXPECT_FALSE(ok);
-    EXPECT_TRUE(log.contains("LumacastService::setCallback nullptr == cb.get() err", ANDROID_LOG_ERROR));
+    EXPECT_TRUE(log.contains("LumacastService::setCallback nullptr == cb.get() err",
+                             ANDROID_LOG_ERROR));
     ok = true;
     service->removeCallback(nullptr, &ok);
     EXPECT_FALSE(ok);
-    EXPECT_TRUE(log.contains("LumacastService::removeCallback nullptr == cb.get() err", ANDROID_LOG_ERROR));
+    EXPECT_TRUE(log.contains("LumacastService::removeCallback nullptr == cb.get() err",
+                             ANDROID_LOG_ERROR));
     EXPECT_EQ(0, adapter->getCallbackSize());
     EXPECT_EQ("false", property("kora.camera.subscribe_status"));
 }
@@ -104,15 +106,16 @@ TEST_F(ServiceTest, SubscribeStatusTracksTheList) {
 // data from the listeners after it.
 TEST_F(ServiceTest, FailingListenerDoesNotStopTheOthers) {
     Journal journal;
-    sp<TestListener> dead = new TestListener("d", journal.sink(),
-                                             Status::fromStatusT(android::DEAD_OBJECT));
+    sp<TestListener> dead =
+            new TestListener("d", journal.sink(), Status::fromStatusT(android::DEAD_OBJECT));
     sp<TestListener> alive = new TestListener("a", journal.sink());
     bool ok = false;
     service->setCallback(dead, &ok);
     service->setCallback(alive, &ok);
     frame(service.get(), "x");
     std::string json = "{\"a\":1}";
-    service->processAiJson(reinterpret_cast<unsigned char*>(&json[0]), static_cast<int>(json.size()));
+    service->processAiJson(reinterpret_cast<unsigned char*>(&json[0]),
+                           static_cast<int>(json.size()));
     std::string proto = "pb";
     service->processAiProtobuf(reinterpret_cast<unsigned char*>(&proto[0]), 2);
     EXPECT_EQ("dadada", journal.take());

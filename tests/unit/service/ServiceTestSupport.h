@@ -1,5 +1,11 @@
 #pragma once
 
+#include <binder/IInterface.h>
+#include <binder/Status.h>
+#include <cutils/properties.h>
+#include <gtest/gtest.h>
+#include <lumacast/host/LogCapture.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -8,12 +14,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <binder/IInterface.h>
-#include <binder/Status.h>
-#include <cutils/properties.h>
-#include <gtest/gtest.h>
-#include <lumacast/host/LogCapture.h>
 
 #include "aidl/ILumacastCallback.h"
 #include "service/LumacastService.h"
@@ -30,7 +30,7 @@ using android::lumacast::LumacastService;
 // An in-process listener recording what it receives; every call also goes to an optional
 // shared journal, so tests can see the order across listeners.
 class TestListener : public android::BnInterface<kora::lumacast::ILumacastCallback> {
-public:
+  public:
     struct Event {
         char kind;  // 'j' AI JSON, 'p' protobuf, 'f' frame
         int blockCount = 0;
@@ -47,7 +47,8 @@ public:
     Status onProtoBuf(const std::vector<uint8_t>& data) override {
         return record({'p', 0, 0, std::string(data.begin(), data.end())});
     }
-    Status onFrame(int32_t blockCount, int32_t blockParam, const std::vector<uint8_t>& data) override {
+    Status onFrame(int32_t blockCount, int32_t blockParam,
+                   const std::vector<uint8_t>& data) override {
         return record({'f', blockCount, blockParam, std::string(data.begin(), data.end())});
     }
 
@@ -64,7 +65,7 @@ public:
         return mCond.wait_for(lock, timeout, [&] { return mEvents.size() >= n; });
     }
 
-private:
+  private:
     Status record(Event e) {
         if (mJournal) mJournal(mName, e);
         {
@@ -101,7 +102,7 @@ inline void makeCameraAddressLocal() {
 // A service with camsim playing the camera on its real address; the camera is reported
 // present unless a test says otherwise.
 class ServiceTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         makeCameraAddressLocal();
         camera = std::make_unique<camsim::CameraSimulator>("192.168.111.10", 10001);
@@ -121,8 +122,14 @@ protected:
 
     // The frame the camera must receive for `text`.
     static std::string frameFor(const std::string& text) {
-        std::string frame = {'\xFF', '\x00', '\xAB', '\xBC', 0, 0,
-                             static_cast<char>(text.size() >> 8), static_cast<char>(text.size())};
+        std::string frame = {'\xFF',
+                             '\x00',
+                             '\xAB',
+                             '\xBC',
+                             0,
+                             0,
+                             static_cast<char>(text.size() >> 8),
+                             static_cast<char>(text.size())};
         return frame + text;
     }
 

@@ -29,9 +29,9 @@ TEST_F(ServiceTest, TenThousandCallsNeverRunIntoTheTimeout) {
         if (!ok) ++failed;
         if (n % 1000 == 999) log.clear();  // keep the capture small
     }
-    EXPECT_EQ(0, atTimeout) << "slowest call took "
-                            << std::chrono::duration_cast<std::chrono::milliseconds>(slowest).count()
-                            << " ms";
+    EXPECT_EQ(0, atTimeout)
+            << "slowest call took "
+            << std::chrono::duration_cast<std::chrono::milliseconds>(slowest).count() << " ms";
     EXPECT_EQ(0, failed);
     EXPECT_EQ(static_cast<size_t>(kCalls), camera->commandCount());
 }
@@ -59,21 +59,66 @@ TEST_F(ServiceTest, EverythingAtOnce) {
 
     std::atomic<bool> stop{false};
     std::vector<std::function<void()>> commands = {
-            [&] { bool b; service->setZoomSwitch(true, &b); },
-            [&] { bool b; service->getZoomSwitch(&b); },
-            [&] { int32_t i; service->getAiAlgoList(&i); },
-            [&] { bool b; service->setAiSubscribeType(1, &b); },
-            [&] { int32_t i; service->getAiSubscribeStatus(&i); },
-            [&] { bool b; service->setAiProperty("p", &b); },
-            [&] { std::string s; service->getAiProperty("p", &s); },
-            [&] { bool b; service->setAiSubscribe(1, "0", &b); },
-            [&] { std::string s; service->getAiSubscribe(&s); },
-            [&] { bool b; service->grabFrame(1, "r", &b); },
-            [&] { bool b; service->sendDoa("1", &b); },
-            [&] { bool b; service->setAutoFraming(1, &b); },
-            [&] { bool b; service->getAutoFraming(&b); },
-            [&] { bool b; service->setZoomMode(1, 1, &b); },
-            [&] { std::string s; service->getZoomMode(&s); },
+            [&] {
+                bool b;
+                service->setZoomSwitch(true, &b);
+            },
+            [&] {
+                bool b;
+                service->getZoomSwitch(&b);
+            },
+            [&] {
+                int32_t i;
+                service->getAiAlgoList(&i);
+            },
+            [&] {
+                bool b;
+                service->setAiSubscribeType(1, &b);
+            },
+            [&] {
+                int32_t i;
+                service->getAiSubscribeStatus(&i);
+            },
+            [&] {
+                bool b;
+                service->setAiProperty("p", &b);
+            },
+            [&] {
+                std::string s;
+                service->getAiProperty("p", &s);
+            },
+            [&] {
+                bool b;
+                service->setAiSubscribe(1, "0", &b);
+            },
+            [&] {
+                std::string s;
+                service->getAiSubscribe(&s);
+            },
+            [&] {
+                bool b;
+                service->grabFrame(1, "r", &b);
+            },
+            [&] {
+                bool b;
+                service->sendDoa("1", &b);
+            },
+            [&] {
+                bool b;
+                service->setAutoFraming(1, &b);
+            },
+            [&] {
+                bool b;
+                service->getAutoFraming(&b);
+            },
+            [&] {
+                bool b;
+                service->setZoomMode(1, 1, &b);
+            },
+            [&] {
+                std::string s;
+                service->getZoomMode(&s);
+            },
     };
     std::vector<std::thread> threads;
     for (const auto& command : commands) {

@@ -58,8 +58,9 @@ TEST_F(LinkTest, InitWithoutCameraFailsCleanly) {
     link = std::make_unique<SocketClient>(&client);
     link->cameraExit = true;
     EXPECT_FALSE(link->init());
-    EXPECT_TRUE(log.contains("SocketClient::init connect retSocket:-1 failed!(Connection refused,111)",
-                             ANDROID_LOG_ERROR));
+    EXPECT_TRUE(
+            log.contains("SocketClient::init connect retSocket:-1 failed!(Connection refused,111)",
+                         ANDROID_LOG_ERROR));
     EXPECT_EQ(DISCONNECT, link->connectState.load());
     ASSERT_TRUE(camera->setRefusing(false));
     EXPECT_TRUE(link->init());
@@ -76,9 +77,10 @@ TEST_P(DropTest, DroppedConnectionIsReconnected) {
     camera->dropConnection(reset);
     ASSERT_TRUE(camera->waitForConnections(2, 10s));
     ASSERT_TRUE(log.waitFor("SocketClient::reconnect success", 10s));
-    const std::string failure = reset
-            ? "SocketClient::socketRead LEN_AI_HEAD(24) > readLen(-1) failed(Connection reset by peer,104)"
-            : "SocketClient::socketRead LEN_AI_HEAD(24) > readLen(0) failed(Success,0)";
+    const std::string failure =
+            reset ? "SocketClient::socketRead LEN_AI_HEAD(24) > readLen(-1) failed(Connection "
+                    "reset by peer,104)"
+                  : "SocketClient::socketRead LEN_AI_HEAD(24) > readLen(0) failed(Success,0)";
     EXPECT_EQ(1u, log.count(failure, ANDROID_LOG_ERROR));
     EXPECT_EQ(2u, camera->connectionCount());
     ASSERT_TRUE(camera->send(resultMessage("again")));
@@ -169,7 +171,8 @@ TEST_F(LinkTest, CameraReturnRacingTheWaitIsNeverLost) {
         link->cameraExit = false;
         // Makes the loop run a pass; it may or may not read this before it looks.
         camera->send(resultMessage("poke"));
-        const auto until = std::chrono::steady_clock::now() + std::chrono::microseconds(random() % 300);
+        const auto until =
+                std::chrono::steady_clock::now() + std::chrono::microseconds(random() % 300);
         while (std::chrono::steady_clock::now() < until) {
         }
         cameraAdded(link.get());
@@ -186,15 +189,16 @@ TEST_F(LinkTest, CameraReturnRacingTheWaitIsNeverLost) {
         ASSERT_TRUE(waitUntil(arrived)) << "round " << round << ": the loop never came back";
         client.clear();
     }
-    EXPECT_GT(log.count("SocketClient camera do not exit, wait"), 0u) << "no round reached the wait";
+    EXPECT_GT(log.count("SocketClient camera do not exit, wait"), 0u)
+            << "no round reached the wait";
 }
 
 TEST_F(LinkTest, UninitUnblocksTheReaderWithTheUnblockingCommand) {
     connect();
     camera->clearReceived();
     link->uninit();
-    const std::string unblock = bytesOf({0xFF, 0x00, 0xAB, 0xBC, 0, 0, 0, 0x16}) +
-                                "{\"cmd_id\":1,\"param\":0}";
+    const std::string unblock =
+            bytesOf({0xFF, 0x00, 0xAB, 0xBC, 0, 0, 0, 0x16}) + "{\"cmd_id\":1,\"param\":0}";
     EXPECT_EQ(unblock, camera->receivedBytes());
     EXPECT_TRUE(log.contains("uninit finish"));
     EXPECT_EQ(DISCONNECT, link->connectState.load());
@@ -221,7 +225,8 @@ TEST_F(LinkTest, UninitEndsAReadThatNeverReturnsByItself) {
     ASSERT_TRUE(camera->send(resultMessage("x")));
     ASSERT_TRUE(client.waitForCount(1));
     EXPECT_TRUE(finishesWithin(30s, [&] { link->uninit(); }));
-    EXPECT_TRUE(log.contains("SocketClient::uninit read loop still running, shutting down the socket"));
+    EXPECT_TRUE(
+            log.contains("SocketClient::uninit read loop still running, shutting down the socket"));
     EXPECT_TRUE(log.contains("uninit finish"));
     EXPECT_TRUE(finishesWithin(30s, [&] { link.reset(); }));
 }
@@ -296,9 +301,10 @@ TEST_F(LinkTest, WriteToAResetCameraIsAnErrorNotASignal) {
     std::string frame = bytesOf({0xFF, 0x00, 0xAB, 0xBC, 0, 0, 0, 2}) + "{}";
     bool brokenPipe = false;
     for (int i = 0; i < 200 && !brokenPipe; ++i) {
-        link->process(1, reinterpret_cast<unsigned char*>(&frame[0]), static_cast<int>(frame.size()));
-        brokenPipe = log.waitFor("SocketClient::socketWrite write ret:-1 < 0 failed!(Broken pipe,32)",
-                                 50ms);
+        link->process(1, reinterpret_cast<unsigned char*>(&frame[0]),
+                      static_cast<int>(frame.size()));
+        brokenPipe = log.waitFor(
+                "SocketClient::socketWrite write ret:-1 < 0 failed!(Broken pipe,32)", 50ms);
     }
     EXPECT_TRUE(brokenPipe);
     EXPECT_EQ(CONNECTED, link->connectState.load()) << "a failed write leaves the state alone";
@@ -322,10 +328,11 @@ TEST_F(LinkTest, CommandsAndStreamShareTheLink) {
     for (int t = 0; t < 4; ++t) {
         senders.emplace_back([&, t] {
             for (int i = 0; i < 100; ++i) {
-                const std::string text = "{\"cmd_id\":" + std::to_string(20 + t) + ",\"param\":" +
-                                         std::to_string(i) + "}";
-                std::string frame = bytesOf({0xFF, 0x00, 0xAB, 0xBC, 0, 0, 0,
-                                             static_cast<int>(text.size())}) + text;
+                const std::string text = "{\"cmd_id\":" + std::to_string(20 + t) +
+                                         ",\"param\":" + std::to_string(i) + "}";
+                std::string frame =
+                        bytesOf({0xFF, 0x00, 0xAB, 0xBC, 0, 0, 0, static_cast<int>(text.size())}) +
+                        text;
                 link->process(1, reinterpret_cast<unsigned char*>(&frame[0]),
                               static_cast<int>(frame.size()));
             }

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <dirent.h>
+#include <gtest/gtest.h>
+#include <lumacast/host/LogCapture.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -9,10 +11,6 @@
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
-
-#include <lumacast/host/LogCapture.h>
 
 #include "service/ILumacastClient.h"
 #include "socket/SocketClient.h"
@@ -35,7 +33,7 @@ struct Delivery {
 };
 
 class RecordingClient : public android::lumacast::ILumacastClient {
-public:
+  public:
     void processCameraAdd() override {}
     void processCameraRemove() override {}
     int checkAlive() override { return 0; }
@@ -88,7 +86,7 @@ public:
         mDeliveries.clear();
     }
 
-private:
+  private:
     void record(Delivery::Kind kind, int blockCount, int blockParam, const unsigned char* data,
                 int len) {
         Delivery d;
@@ -138,7 +136,7 @@ inline void makeCameraAddressLocal() {
 }
 
 class LinkTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         makeCameraAddressLocal();
         camera = std::make_unique<camsim::CameraSimulator>("192.168.111.10", 10001);

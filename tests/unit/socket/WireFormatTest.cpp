@@ -26,10 +26,10 @@ std::string frameFor(const std::string& text) {
 
 TEST_F(LinkTest, CommandFramesGoOutByteExact) {
     connect();
-    const std::string expected = bytesOf({0xFF, 0x00, 0xAB, 0xBC, 0x00, 0x00, 0x00, 0x16, 0x7B,
-                                          0x22, 0x63, 0x6D, 0x64, 0x5F, 0x69, 0x64, 0x22, 0x3A,
-                                          0x31, 0x2C, 0x22, 0x70, 0x61, 0x72, 0x61, 0x6D, 0x22,
-                                          0x3A, 0x30, 0x7D});
+    const std::string expected =
+            bytesOf({0xFF, 0x00, 0xAB, 0xBC, 0x00, 0x00, 0x00, 0x16, 0x7B, 0x22,
+                     0x63, 0x6D, 0x64, 0x5F, 0x69, 0x64, 0x22, 0x3A, 0x31, 0x2C,
+                     0x22, 0x70, 0x61, 0x72, 0x61, 0x6D, 0x22, 0x3A, 0x30, 0x7D});
     std::string frame = expected;
     link->process(1, reinterpret_cast<unsigned char*>(&frame[0]), static_cast<int>(frame.size()));
     const std::string heartbeat = frameFor("{\"cmd_id\":254,\"param\":1}");
@@ -52,7 +52,8 @@ TEST_F(LinkTest, UnfitFramesAreRefusedAndNothingIsWritten) {
     ASSERT_TRUE(camera->waitForConnections(1, 10s));
     std::string zeroFirst = frame;
     zeroFirst[0] = 0;
-    link->process(1, reinterpret_cast<unsigned char*>(&zeroFirst[0]), static_cast<int>(zeroFirst.size()));
+    link->process(1, reinterpret_cast<unsigned char*>(&zeroFirst[0]),
+                  static_cast<int>(zeroFirst.size()));
     ASSERT_TRUE(log.waitFor("PThreadUtil::onProcess socketWrite retInt:-3", 10s));
     link->process(1, reinterpret_cast<unsigned char*>(&frame[0]), 0);
     ASSERT_TRUE(log.waitFor("PThreadUtil::onProcess socketWrite retInt:-4", 10s));
@@ -77,8 +78,8 @@ TEST_F(LinkTest, ConcurrentSendersAreServedOneAtATime) {
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
             for (int i = 0; i < kPerThread; ++i) {
-                std::string frame =
-                        frameFor("{\"cmd_id\":" + std::to_string(t) + ",\"param\":" + std::to_string(i) + "}");
+                std::string frame = frameFor("{\"cmd_id\":" + std::to_string(t) +
+                                             ",\"param\":" + std::to_string(i) + "}");
                 link->process(static_cast<unsigned>(t), reinterpret_cast<unsigned char*>(&frame[0]),
                               static_cast<int>(frame.size()));
                 // Scribble at once: a link that kept the caller's pointer would send this.
@@ -120,8 +121,9 @@ TEST_F(LinkTest, DataMessageTextIsReadAsTheNextHeader) {
 TEST_F(LinkTest, AiJsonBlockOfTheWireExample) {
     connect();
     const std::string json = "{\"a\":1}";
-    std::string bytes = bytesOf({0xFF, 0x00, 0x01, 0xA1, 0x00, 0x01, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
-                                 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7});
+    std::string bytes =
+            bytesOf({0xFF, 0x00, 0x01, 0xA1, 0x00, 0x01, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+                     0,    0,    0,    0,    0,    1,    0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7});
     bytes += json;
     ASSERT_EQ(43u, bytes.size());
     ASSERT_TRUE(camera->send(bytes));
@@ -183,7 +185,8 @@ TEST_F(LinkTest, ForeignHeaderIsDroppedSilently) {
     badMagic.kind = 0xA2;
     badMagic.magic[2] = 0x02;
     const size_t before = log.entries().size();
-    ASSERT_TRUE(camera->send(encodeMessage(foreign) + encodeMessage(badMagic) + resultMessage("ok")));
+    ASSERT_TRUE(
+            camera->send(encodeMessage(foreign) + encodeMessage(badMagic) + resultMessage("ok")));
     ASSERT_TRUE(client.waitForCount(1));
     EXPECT_EQ("ok", client.deliveries()[0].bytes);
     EXPECT_EQ(1u, client.count());
@@ -270,7 +273,8 @@ TEST_F(LinkTest, TruncatedPayloadIsHandedOnWithZeros) {
     EXPECT_EQ(100, d.len);
     EXPECT_EQ(std::string(40, 'B') + std::string(60, '\0'), d.bytes);
     EXPECT_TRUE(d.zeroAfter);
-    EXPECT_TRUE(log.contains("SocketClient::socketRead read ai data readLen:0 <= 0 err(Success,0)"));
+    EXPECT_TRUE(
+            log.contains("SocketClient::socketRead read ai data readLen:0 <= 0 err(Success,0)"));
 }
 
 // Lengths that cannot be honoured are refused without reading or allocating them, and
@@ -281,21 +285,24 @@ TEST_F(LinkTest, AbsurdLengthsAreRefused) {
     hugeText.kind = 0xA2;
     hugeText.declaredJsonLen = 0xFFFFFFFFu;
     ASSERT_TRUE(camera->sendMessage(hugeText));
-    ASSERT_TRUE(log.waitFor("SocketClient::socketRead json len:4294967295 > 65536, text dropped", 10s));
+    ASSERT_TRUE(
+            log.waitFor("SocketClient::socketRead json len:4294967295 > 65536, text dropped", 10s));
 
     Message manyBlocks;
     manyBlocks.kind = 0xA1;
     manyBlocks.dataType = 3;
     manyBlocks.declaredBlockCount = 0xFFFFFFFFu;
     ASSERT_TRUE(camera->sendMessage(manyBlocks));
-    ASSERT_TRUE(log.waitFor("SocketClient::socketRead block count:4294967295 > 65536, message dropped", 10s));
+    ASSERT_TRUE(log.waitFor(
+            "SocketClient::socketRead block count:4294967295 > 65536, message dropped", 10s));
 
     Message hugeBlock;
     hugeBlock.kind = 0xA1;
     hugeBlock.dataType = 3;
     hugeBlock.blocks.push_back({1, "", 0x7FFFFFFF});
     ASSERT_TRUE(camera->sendMessage(hugeBlock));
-    ASSERT_TRUE(log.waitFor("SocketClient::socketRead payload len:2147483647 > 16777216, message dropped", 10s));
+    ASSERT_TRUE(log.waitFor(
+            "SocketClient::socketRead payload len:2147483647 > 16777216, message dropped", 10s));
 
     ASSERT_TRUE(camera->send(resultMessage("alive")));
     ASSERT_TRUE(client.waitForCount(1));
@@ -317,12 +324,14 @@ TEST_F(LinkTest, HostileStreamThenDropThenRecovery) {
         Message planted;
         planted.kind = random() % 2 ? 0xA1 : 0xA2;
         planted.dataType = static_cast<uint16_t>(random() % 6);
-        planted.declaredJsonLen = random() % 3 == 0 ? static_cast<uint32_t>(random()) : random() % 40;
+        planted.declaredJsonLen =
+                random() % 3 == 0 ? static_cast<uint32_t>(random()) : random() % 40;
         planted.declaredBlockCount = random() % 4;
         for (uint32_t b = 0; b < *planted.declaredBlockCount; ++b) {
-            planted.blocks.push_back({static_cast<int32_t>(random()), std::string(random() % 64, 'z'),
-                                      random() % 3 == 0 ? std::optional<int32_t>(static_cast<int32_t>(random()))
-                                                        : std::nullopt});
+            planted.blocks.push_back(
+                    {static_cast<int32_t>(random()), std::string(random() % 64, 'z'),
+                     random() % 3 == 0 ? std::optional<int32_t>(static_cast<int32_t>(random()))
+                                       : std::nullopt});
         }
         garbage += encodeMessage(planted);
     }
