@@ -318,46 +318,6 @@ TEST_F(CommandTest, StringArgumentsAtTheirLimits) {
     }
 }
 
-// Calls of every kind racing each other, with and without answers: each result wakes the
-// calls of its id only, and nothing is left waiting.
-TEST_F(CommandTest, ConcurrentKindsEachGetTheirOwnAnswer) {
-    std::vector<std::thread> threads;
-    std::atomic<int> failures{0};
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&, t] {
-            for (int n = 0; n < 100; ++n) {
-                bool b = false;
-                int32_t i = 0;
-                std::string s;
-                switch ((t + n) % 4) {
-                    case 0:
-                        service->getAiAlgoList(&i);
-                        if (i != 1) ++failures;
-                        break;
-                    case 1:
-                        service->grabFrame(1, "x", &b);
-                        if (!b) ++failures;
-                        break;
-                    case 2:
-                        service->getAiProperty("k", &s);
-                        if (s != answer(6, 1, 0)) ++failures;
-                        break;
-                    default:
-                        service->sendDoa("1", &b);
-                        if (!b) ++failures;
-                        break;
-                }
-            }
-        });
-    }
-    for (auto& t : threads) t.join();
-    // Same-kind calls from two threads may meet and be refused as busy; refused calls
-    // leave their values untouched and count here too, so allow for them in the total.
-    const size_t busy = log.countContaining("(last processing)");
-    EXPECT_EQ(static_cast<size_t>(failures.load()), busy);
-    EXPECT_EQ(400u - busy, camera->commandCount());
-}
-
 TEST(CommandFormat, PacketForParamCommands) {
     unsigned char out[LumacastService::SEND_BUFFER_SIZE];
     memset(out, 0x55, sizeof(out));
