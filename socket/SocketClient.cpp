@@ -691,6 +691,12 @@ void SocketClient::uninit() {
     free(mRecvJson);
     mRecvJson = nullptr;
     {
+        // The unblocking command may still be queued: it goes out (or fails within the
+        // send time-out) before the socket closes under it.
+        std::unique_lock<std::mutex> lock(mSendMutex);
+        mSendCond.wait(lock, [this] { return !mWriteInFlight; });
+    }
+    {
         std::unique_lock<std::mutex> lock(mStateMutex);
         closeSocketLocked(lock);
         connectState = DISCONNECT;

@@ -126,6 +126,7 @@ void CameraSimulator::wakeIo() {
 void CameraSimulator::ioLoop() {
     char buffer[64 * 1024];
     for (;;) {
+        resetPending();
         std::shared_ptr<Connection> connection;
         {
             std::lock_guard<std::mutex> lock(mMutex);
@@ -400,20 +401,37 @@ void CameraSimulator::dropConnection(bool reset) {
     {
         std::lock_guard<std::mutex> lock(mMutex);
         connection = std::move(mConnection);
+        if (connection && reset) mResets.push_back(connection);
     }
     mCond.notify_all();
     if (!connection) return;
     connection->closed = true;
-    if (reset) {
+    if (!reset) {
+        shutdown(connection->fd, SHUT_RDWR);
+        wakeIo();
+        return;
+    }
+    wakeIo();
+    std::unique_lock<std::mutex> lock(mMutex);
+    mCond.wait(lock, [&] { return mResets.empty() || mStopping; });
+}
+
+void CameraSimulator::resetPending() {
+    std::vector<std::shared_ptr<Connection>> resets;
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        resets.swap(mResets);
+    }
+    for (const auto& connection : resets) {
         // Disconnecting a TCP socket through AF_UNSPEC aborts it: the peer sees a reset.
+        // Under the write lock, so no writer uses the descriptor meanwhile.
+        std::lock_guard<std::mutex> writeLock(connection->writeMutex);
         struct sockaddr unspec;
         memset(&unspec, 0, sizeof(unspec));
         unspec.sa_family = AF_UNSPEC;
         connect(connection->fd, &unspec, sizeof(unspec));
-    } else {
-        shutdown(connection->fd, SHUT_RDWR);
     }
-    wakeIo();
+    if (!resets.empty()) mCond.notify_all();
 }
 
 bool CameraSimulator::setRefusing(bool refusing, std::string* error) {

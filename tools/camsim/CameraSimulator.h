@@ -111,6 +111,7 @@ class CameraSimulator {
                  const std::atomic<bool>* keepGoing = nullptr);
     std::shared_ptr<Connection> current() const;
     void wakeIo();
+    void resetPending();
 
     const std::string mAddress;
     const uint16_t mPort;
@@ -133,6 +134,8 @@ class CameraSimulator {
     std::chrono::microseconds mChunkPause{0};  // guarded by mMutex
     std::vector<Pending> mPending;             // guarded by mMutex
     bool mStopping = false;                    // guarded by mMutex
+    // Connections to abort with a reset; done by the I/O thread, the one that reads them.
+    std::vector<std::shared_ptr<Connection>> mResets;  // guarded by mMutex
 
     int mWakeFd = -1;
     std::thread mIoThread;

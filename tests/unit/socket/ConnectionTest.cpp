@@ -144,8 +144,9 @@ TEST_F(LinkTest, ReconnectCountSpansTheWholeRun) {
 TEST_F(LinkTest, CameraRemovedWhileConnectedWaitsForItsReturn) {
     connect();
     link->cameraExit = false;
-    // The loop notices at the start of its next pass.
-    ASSERT_TRUE(camera->send(resultMessage("last")));
+    // The loop notices at the start of its next pass; this makes it run one (unless it
+    // has just begun one and found the camera gone already).
+    camera->send(resultMessage("last"));
     ASSERT_TRUE(log.waitFor("SocketClient camera do not exit, wait", 10s));
     ASSERT_TRUE(camera->waitForDisconnect(10s));
     EXPECT_EQ(DISCONNECT, link->connectState.load());
@@ -199,6 +200,7 @@ TEST_F(LinkTest, UninitUnblocksTheReaderWithTheUnblockingCommand) {
     link->uninit();
     const std::string unblock =
             bytesOf({0xFF, 0x00, 0xAB, 0xBC, 0, 0, 0, 0x16}) + "{\"cmd_id\":1,\"param\":0}";
+    ASSERT_TRUE(camera->waitForCommands(1, 10s));
     EXPECT_EQ(unblock, camera->receivedBytes());
     EXPECT_TRUE(log.contains("uninit finish"));
     EXPECT_EQ(DISCONNECT, link->connectState.load());
