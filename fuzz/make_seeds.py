@@ -28,6 +28,9 @@ def text(s):
 
 
 # Items of ParcelFuzz.h's writeItem.
+text_arg = text
+
+
 def item_int(v):
     return u32(0) + u32(v)
 
@@ -118,10 +121,87 @@ def callback_seeds():
     return seeds
 
 
+def message(kind, dtype, blocks=(), text=b"", json_len=None, count=None):
+    """One camera message: 24-byte header, blocks (param, payload), result text."""
+    j = len(text) if json_len is None else json_len
+    k = len(blocks) if count is None else count
+    head = bytes([0xFF, 0x00, 0x01, kind]) + struct.pack(">H", dtype) + bytes(10)
+    head += struct.pack(">II", j, k)
+    body = b"".join(bytes(4) + struct.pack(">ii", p, len(d)) + d for p, d in blocks)
+    return head + body + text
+
+
+def stream_seeds():
+    data, result = 0xA1, 0xA2
+    ok = b'{"cmd_id":15,"param":1,"rval":0}'
+    return {
+        "seed-result": message(result, 0, text=ok),
+        "seed-ai-json": message(data, 1, [(0, b'{"a":1}')]),
+        "seed-protobuf": message(data, 2, [(0, bytes(range(40)))]),
+        "seed-frame-two-blocks": message(data, 3, [(7, b"\x01" * 300), (9, b"\x02" * 1500)]),
+        "seed-frames-then-result": message(result, 3, [(1, b"jpeg" * 64)], text=ok),
+        "seed-unknown-type": message(data, 5, [(0, b"dropped")]),
+        "seed-empty-block": message(data, 3, [(0, b"")]) + message(data, 1, [(0, b"x")]),
+        "seed-short-then-whole": b"\xff\x00\x01" + message(result, 0, text=ok),
+        "seed-foreign-kind": bytes([0xFF, 0, 1, 0xA3]) + bytes(20) + message(result, 0, text=ok),
+        "seed-huge-lengths": message(result, 3, [(0, b"")], json_len=0xFFFFFFFF, count=0xFFFFFFFF),
+        "seed-truncated-payload": message(data, 3, [(0, b"abc")])[:-2],
+        "seed-text-cut": message(result, 0, text=ok)[:-10],
+    }
+
+
+def result_seeds():
+    # kind, its cmd_id, argument text
+    kinds = [(0, 14), (1, 15), (2, 16), (3, 1), (4, 2), (5, 1), (6, 2), (7, 3), (8, 4),
+             (9, 12), (10, 13), (11, 14), (12, 15), (13, 5), (14, 6)]
+    args = {5: '{"face":1}', 7: "1920x1080", 8: "[90,45]", 13: "face_detect=1", 14: "x"}
+    seeds = {}
+    for kind, cmd in kinds:
+        text = ('{"cmd_id":%d,"param":1,"rval":0}' % cmd).encode()
+        body = u32(kind) + u32(1) + u32(2) + text_arg(args.get(kind, ""))
+        seeds["seed-kind%02d" % kind] = body + u32(len(text) - 1) + text
+    long_text = ('{"cmd_id":15,"param":1,"rval":0,"zoom":"%s"}' % ("z" * 120)).encode()
+    seeds["seed-long-text"] = u32(12) + u32(0) + u32(0) + text_arg("") + u32(len(long_text) - 1) + long_text
+    seeds["seed-long-argument"] = u32(14) + u32(0) + u32(0) + text_arg("p" * 300) + u32(0) + b"{}"
+    seeds["seed-short-read"] = u32(12) + u32(0) + u32(0) + text_arg("") + u32(9) + long_text
+    return seeds
+
+
+def uevent_seeds():
+    return {
+        "seed-plug": b"add@/devices/platform/usb/1-1/1-1:1.0/video4linux/video0\n"
+                     b"add@/devices/platform/usb/1-1/1-1:1.2/net/usb0\n"
+                     b"add@/devices/platform/usb/1-1/1-1:1.2/net/usb0/queues/tx-0",
+        "seed-unplug": b"remove@/devices/platform/usb/1-1/1-1:1.2/net/usb0/queues/tx-0\n"
+                       b"remove@/devices/platform/usb/1-1/1-1:1.2/net/usb0\n"
+                       b"remove@/devices/platform/usb/1-1/1-1:1.0/video4linux/video0",
+        "seed-odd-numbers": b"add@/x/video4linux/video12\nremove@/x/video4linux/video:\n"
+                            b"change@/x/net/usb3\nremove@/x/video4linux/video",
+    }
+
+
+def product_seeds():
+    line, as_file = b"\x00\x00", b"\x01\x00"
+    uevent = b"DEVTYPE=usb_interface\nDRIVER=cdc_ncm\nPRODUCT=%s\nTYPE=239/2/1\n"
+    return {
+        "seed-line-keepalive": line + b"PRODUCT=2bc5/604/100\n",
+        "seed-line-range": line + b"PRODUCT=416/5050/1\n",
+        "seed-line-refused": line + b"PRODUCT=416/5051/1\n",
+        "seed-line-unsplit": b"\x00\x01" + b"PRODUCT=2bc5\n",
+        "seed-file-camera": as_file + uevent % b"1d6b/102/404",
+        "seed-file-other": as_file + uevent % b"46d/825/10",
+        "seed-file-long-line": as_file + b"X" * 300 + b"PRODUCT=2bc5/604/1\n" + uevent % b"416/5041/1",
+    }
+
+
 TARGETS = {
     "lumacast_transact": lumacast_seeds,
     "motor_transact": motor_seeds,
     "callback_reply": callback_seeds,
+    "stream": stream_seeds,
+    "result": result_seeds,
+    "uevent": uevent_seeds,
+    "product": product_seeds,
 }
 
 
