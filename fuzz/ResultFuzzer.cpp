@@ -225,10 +225,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string value;
     std::thread caller([&] {
         std::string v = run(gService, kind, a, b, arg);
-        std::lock_guard<std::mutex> lock(mutex);
-        value = std::move(v);
-        returned = true;
-        cond.notify_all();
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            value = std::move(v);
+            returned = true;
+            cond.notify_all();
+        }
+        // The camera's wait looks at `returned` under its own lock: never hold both here.
         gCamera->notify();
     });
     auto hasReturned = [&] {
