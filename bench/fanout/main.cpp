@@ -188,9 +188,9 @@ int main(int argc, char** argv) {
     signal(SIGPIPE, SIG_IGN);
 
     const bool smoke = lumacast::bench::hasFlag(argc, argv, "--smoke");
-    const int rounds = smoke ? 2 : 9;
-    const int localCalls = smoke ? 200 : 5000;
-    const int remoteCalls = smoke ? 20 : 200;
+    const int rounds = smoke ? 1 : 9;
+    const int localCalls = smoke ? 100 : 5000;
+    const int remoteCalls = smoke ? 10 : 200;
     printf("frame blocks of %zu bytes; medians of %d rounds\n", kBlock, rounds);
 
     android::ProcessState::self()->startThreadPool();
