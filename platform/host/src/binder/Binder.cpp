@@ -63,7 +63,11 @@ status_t BBinder::onTransact(uint32_t code, const Parcel& data, Parcel* reply, u
             const int argc = data.readInt32();
             Vector<String16> args;
             for (int i = 0; i < argc && data.dataAvail() > 0; i++) {
+                const size_t before = data.dataPosition();
                 args.add(data.readString16());
+                // A tail shorter than a length word is never consumed; without this a
+                // huge argc would keep adding empty strings until memory runs out.
+                if (data.dataPosition() == before) break;
             }
             return dump(fd, args);
         }

@@ -1,0 +1,131 @@
+// Random transactions into the streaming service's stub: any code, any request parcel
+// (raw bytes or typed items with wrong tokens, lying lengths, bad UTF-16, stray objects,
+// null and foreign binders). The service behind the stub is a double that answers with
+// statuses and values the input picks, so the reply side is driven too; the stub's
+// promises are checked on every call (support/ServiceDouble.h).
+#include <binder/IInterface.h>
+#include <binder/Parcel.h>
+#include <binder/Status.h>
+#include <stdint.h>
+#include <stdlib.h>
+
+#include <string>
+#include <vector>
+
+#include "aidl/BnLumacast.h"
+#include "fuzz/support/Check.h"
+#include "fuzz/support/FuzzInput.h"
+#include "fuzz/support/ParcelFuzz.h"
+#include "fuzz/support/ServiceDouble.h"
+
+namespace {
+
+using android::BBinder;
+using android::IBinder;
+using android::Parcel;
+using android::sp;
+using android::status_t;
+using android::binder::Status;
+using kora::lumacast::BnLumacast;
+using kora::lumacast::ILumacastCallback;
+using lumacast::fuzz::FuzzInput;
+using lumacast::fuzz::Token;
+
+// Called in place, without parcels, when the service calls it.
+class Listener : public android::BnInterface<ILumacastCallback> {
+  public:
+    Status onAiData(const std::string&) override { return Status::ok(); }
+    Status onProtoBuf(const std::vector<uint8_t>&) override { return Status::ok(); }
+    Status onFrame(int32_t, int32_t, const std::vector<uint8_t>&) override { return Status::ok(); }
+};
+
+class Service : public BnLumacast, public lumacast::fuzz::ServiceDouble {
+  public:
+    bool callListener = false;
+    std::vector<sp<ILumacastCallback>> listeners;
+
+    Status setCallback(const sp<ILumacastCallback>& cb, bool* r) override {
+        FUZZ_CHECK(cb != nullptr, "null listener reached the service");
+        if (listeners.size() < 8) listeners.push_back(cb);
+        if (callListener) {
+            // Whatever the binder is (this service, a bare object, a listener), calling
+            // it must come back with a status.
+            cb->onAiData(plannedString());
+            cb->onProtoBuf({1, 2, 3});
+            cb->onFrame(plannedInt(), 7, {});
+        }
+        return giveBool(r);
+    }
+    Status removeCallback(const sp<ILumacastCallback>& cb, bool* r) override {
+        FUZZ_CHECK(cb != nullptr, "null listener reached the service");
+        for (auto it = listeners.begin(); it != listeners.end(); ++it) {
+            if (asBinder(*it) == asBinder(cb)) {
+                listeners.erase(it);
+                break;
+            }
+        }
+        return giveBool(r);
+    }
+    Status setZoomSwitch(bool, bool* r) override { return giveBool(r); }
+    Status getZoomSwitch(bool* on) override { return giveBool(on); }
+    Status getAiAlgoList(int32_t* list) override { return giveInt(list); }
+    Status setAiSubscribeType(int32_t, bool* r) override { return giveBool(r); }
+    Status getAiSubscribeStatus(int32_t* status) override { return giveInt(status); }
+    Status setAiProperty(const std::string& p, bool* r) override { return giveBool(r, p); }
+    Status getAiProperty(const std::string& p, std::string* v) override { return giveString(v, p); }
+    Status setAiSubscribe(int32_t, const std::string& o, bool* r) override {
+        return giveBool(r, o);
+    }
+    Status getAiSubscribe(std::string* v) override { return giveString(v, ""); }
+    Status grabFrame(int32_t, const std::string& res, bool* r) override { return giveBool(r, res); }
+    Status sendDoa(const std::string& data, bool* r) override { return giveBool(r, data); }
+    Status setAutoFraming(int32_t, bool* r) override { return giveBool(r); }
+    Status getAutoFraming(bool* on) override { return giveBool(on); }
+    Status setZoomMode(int32_t, int32_t, bool* r) override { return giveBool(r); }
+    Status getZoomMode(std::string* v) override { return giveString(v, ""); }
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    // Refused tokens are logged; at fuzzing speed that would be all the output there is.
+    setenv("LUMACAST_LOG_QUIET", "1", 0);
+    lumacast::fuzz::devNull();  // opened once, before descriptors are counted
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    FuzzInput in(data, size);
+    const int descriptors = lumacast::fuzz::openDescriptorCount();
+    {
+        sp<Service> service = new Service;
+        service->plan(in);
+        service->callListener = in.flag();
+
+        // Codes around the served range, the standard transactions, and anything else.
+        const uint32_t codes[] = {in.below(20), IBinder::INTERFACE_TRANSACTION,
+                                  IBinder::DUMP_TRANSACTION, IBinder::PING_TRANSACTION, in.u32()};
+        const uint32_t code = codes[in.below(5)];
+        const uint32_t flags = in.flag() ? IBinder::FLAG_ONEWAY : 0;
+
+        const std::vector<sp<IBinder>> binders = {nullptr, sp<IBinder>(new Listener),
+                                                  sp<IBinder>(new BBinder), service};
+        Parcel request;
+        const Token token =
+                lumacast::fuzz::buildRequest(in, &request, BnLumacast::descriptor, binders);
+        Parcel reply;
+        const status_t result = service->transact(code, request, &reply, flags);
+
+        if (code >= BnLumacast::TRANSACTION_setCallback &&
+            code <= BnLumacast::TRANSACTION_getZoomMode) {
+            service->checkServed(token, result, reply);
+        } else {
+            FUZZ_CHECK(service->calls() == 0, "code %u reached the service", code);
+        }
+        // The listeners may hold the service itself.
+        service->listeners.clear();
+    }
+    const int after = lumacast::fuzz::openDescriptorCount();
+    FUZZ_CHECK(after == descriptors, "descriptors %d -> %d", descriptors, after);
+    return 0;
+}
