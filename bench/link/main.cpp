@@ -25,20 +25,20 @@
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 using lumacast::camsim::CameraSimulator;
-using lumacast::camsim::StreamSpec;
+using lumacast::camsim::StreamPlan;
 
 namespace {
 
 constexpr size_t kBlock = 64 * 1024;
 constexpr size_t kMessageBytes = 24 + 12 + kBlock;
 
-StreamSpec frames(uint64_t count) {
-    StreamSpec spec;
-    spec.dataType = lumacast::camsim::kTypeFrame;
-    spec.blockSize = kBlock;
-    spec.blocksPerMessage = 1;
-    spec.maxMessages = count;
-    return spec;
+StreamPlan frames(uint64_t count) {
+    StreamPlan plan;
+    plan.dataType = lumacast::camsim::kTypeFrame;
+    plan.blockSize = kBlock;
+    plan.blocksPerMessage = 1;
+    plan.maxMessages = count;
+    return plan;
 }
 
 // MiB/s for a plain reader pulling the same stream in 1024-byte reads.

@@ -449,10 +449,10 @@ bool CameraSimulator::setRefusing(bool refusing, std::string* error) {
     return true;
 }
 
-void CameraSimulator::startStream(const StreamSpec& spec) {
+void CameraSimulator::startStream(const StreamPlan& plan) {
     auto running = std::make_shared<std::atomic<bool>>(true);
     std::lock_guard<std::mutex> lock(mStreamMutex);
-    mStreams.emplace_back(std::thread(&CameraSimulator::streamLoop, this, spec, running), running);
+    mStreams.emplace_back(std::thread(&CameraSimulator::streamLoop, this, plan, running), running);
 }
 
 void CameraSimulator::stopStreams() {
@@ -465,27 +465,27 @@ void CameraSimulator::stopStreams() {
     for (auto& s : streams) s.first.join();
 }
 
-void CameraSimulator::streamLoop(StreamSpec spec, std::shared_ptr<std::atomic<bool>> running) {
-    std::string payload = spec.payload;
+void CameraSimulator::streamLoop(StreamPlan plan, std::shared_ptr<std::atomic<bool>> running) {
+    std::string payload = plan.payload;
     if (payload.empty()) {
-        payload.resize(spec.blockSize);
+        payload.resize(plan.blockSize);
         for (size_t i = 0; i < payload.size(); ++i) payload[i] = static_cast<char>(i * 7 + 1);
     }
     Message message;
     message.kind = kKindData;
-    message.dataType = spec.dataType;
-    const uint32_t blocks = std::max<uint32_t>(spec.blocksPerMessage, 1);
+    message.dataType = plan.dataType;
+    const uint32_t blocks = std::max<uint32_t>(plan.blocksPerMessage, 1);
     for (uint32_t i = 0; i < blocks; ++i) message.blocks.push_back({0, payload, std::nullopt});
     std::string bytes = encodeMessage(message);
     const auto period =
-            spec.messagesPerSecond > 0
+            plan.messagesPerSecond > 0
                     ? std::chrono::duration_cast<Clock::duration>(
-                              std::chrono::duration<double>(1.0 / spec.messagesPerSecond))
+                              std::chrono::duration<double>(1.0 / plan.messagesPerSecond))
                     : Clock::duration::zero();
     auto next = Clock::now();
     uint64_t sequence = 0;
     while (*running) {
-        if (spec.maxMessages != 0 && sequence >= spec.maxMessages) break;
+        if (plan.maxMessages != 0 && sequence >= plan.maxMessages) break;
         std::shared_ptr<Connection> connection;
         {
             std::unique_lock<std::mutex> lock(mMutex);

@@ -30,7 +30,7 @@ struct ReplyRule {
 };
 
 // One kind of data pushed without being asked.
-struct StreamSpec {
+struct StreamPlan {
     uint16_t dataType = kTypeFrame;
     size_t blockSize = 1024;
     uint32_t blocksPerMessage = 1;
@@ -77,7 +77,7 @@ class CameraSimulator {
     // Every later write goes out in pieces of `bytes` (0: whole) with a pause between.
     void setChunking(size_t bytes, std::chrono::microseconds pause);
 
-    void startStream(const StreamSpec& spec);
+    void startStream(const StreamPlan& plan);
     void stopStreams();
     uint64_t streamedMessages() const { return mStreamed.load(); }
 
@@ -100,7 +100,7 @@ class CameraSimulator {
     int openListener(std::string* error);
     void ioLoop();
     void schedulerLoop();
-    void streamLoop(StreamSpec spec, std::shared_ptr<std::atomic<bool>> running);
+    void streamLoop(StreamPlan plan, std::shared_ptr<std::atomic<bool>> running);
     void onBytes(const std::shared_ptr<Connection>& connection, const char* data, size_t len);
     void answer(const std::shared_ptr<Connection>& connection, const Command& command);
     // Writes one message. It leaves only once everything written before has left the

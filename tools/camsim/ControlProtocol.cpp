@@ -130,16 +130,16 @@ std::string ControlProtocol::execute(const std::string& line) {
     }
     if (verb == "stream") {
         if (w.size() < 2) return error("stream needs a data type");
-        StreamSpec spec;
+        StreamPlan plan;
         long type = 0;
         if (w[1] == "json") {
-            spec.dataType = kTypeAiJson;
+            plan.dataType = kTypeAiJson;
         } else if (w[1] == "protobuf") {
-            spec.dataType = kTypeAiProtobuf;
+            plan.dataType = kTypeAiProtobuf;
         } else if (w[1] == "frame") {
-            spec.dataType = kTypeFrame;
+            plan.dataType = kTypeFrame;
         } else if (parseLong(w[1], 0, 0xffff, &type)) {
-            spec.dataType = static_cast<uint16_t>(type);
+            plan.dataType = static_cast<uint16_t>(type);
         } else {
             return error("bad data type " + w[1]);
         }
@@ -150,23 +150,23 @@ std::string ControlProtocol::execute(const std::string& line) {
             if (key == "text") {
                 // Runs to the end of the line, blanks included.
                 const std::string rest = restAfter(line, i);
-                spec.payload = rest.substr(rest.find('=') + 1);
+                plan.payload = rest.substr(rest.find('=') + 1);
                 break;
             } else if (key == "rate") {
-                if (!parseDouble(value, &spec.messagesPerSecond)) return error("bad rate " + value);
+                if (!parseDouble(value, &plan.messagesPerSecond)) return error("bad rate " + value);
             } else if (!parseLong(value, 0, 0x7fffffff, &v)) {
                 return error("bad stream option " + w[i]);
             } else if (key == "size" && v > 0) {
-                spec.blockSize = static_cast<size_t>(v);
+                plan.blockSize = static_cast<size_t>(v);
             } else if (key == "blocks" && v > 0) {
-                spec.blocksPerMessage = static_cast<uint32_t>(v);
+                plan.blocksPerMessage = static_cast<uint32_t>(v);
             } else if (key == "count") {
-                spec.maxMessages = static_cast<uint64_t>(v);
+                plan.maxMessages = static_cast<uint64_t>(v);
             } else {
                 return error("bad stream option " + w[i]);
             }
         }
-        mCamera->startStream(spec);
+        mCamera->startStream(plan);
         return "ok";
     }
     if (verb == "stop-streams") {

@@ -23,7 +23,7 @@
 
 using lumacast::camsim::CameraSimulator;
 using lumacast::camsim::ControlProtocol;
-using lumacast::camsim::StreamSpec;
+using lumacast::camsim::StreamPlan;
 
 namespace {
 
@@ -64,17 +64,17 @@ int openControlSocket(const std::string& path) {
 }
 
 void defaultScene(CameraSimulator* camera) {
-    StreamSpec frames;
+    StreamPlan frames;
     frames.dataType = lumacast::camsim::kTypeFrame;
     frames.blockSize = 16 * 1024;
     frames.messagesPerSecond = 15;
     camera->startStream(frames);
-    StreamSpec ai;
+    StreamPlan ai;
     ai.dataType = lumacast::camsim::kTypeAiJson;
     ai.payload = "{\"faces\":[{\"x\":120,\"y\":80,\"w\":64,\"h\":64}]}";
     ai.messagesPerSecond = 5;
     camera->startStream(ai);
-    StreamSpec proto;
+    StreamPlan proto;
     proto.dataType = lumacast::camsim::kTypeAiProtobuf;
     proto.blockSize = 48;
     proto.messagesPerSecond = 5;

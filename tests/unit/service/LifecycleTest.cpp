@@ -10,7 +10,7 @@
 
 #include "tests/unit/service/ServiceTestSupport.h"
 
-using lumacast::camsim::StreamSpec;
+using lumacast::camsim::StreamPlan;
 
 namespace lumacast::test {
 namespace {
@@ -157,9 +157,9 @@ TEST_F(ServiceTest, DestructionWhileTheCameraStreams) {
     sp<TestListener> listener = new TestListener();
     bool ok = false;
     service->setCallback(listener, &ok);
-    StreamSpec spec;
-    spec.blockSize = 4096;
-    camera->startStream(spec);
+    StreamPlan plan;
+    plan.blockSize = 4096;
+    camera->startStream(plan);
     ASSERT_TRUE(service->continueProcess());
     ASSERT_TRUE(listener->waitForCount(20));
     auto done = std::async(std::launch::async, [&] {

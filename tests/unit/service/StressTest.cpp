@@ -4,7 +4,7 @@
 
 #include "tests/unit/service/ServiceTestSupport.h"
 
-using lumacast::camsim::StreamSpec;
+using lumacast::camsim::StreamPlan;
 
 namespace lumacast::test {
 namespace {
@@ -41,17 +41,17 @@ TEST_F(ServiceTest, TenThousandCallsNeverRunIntoTheTimeout) {
 // race detector judges the run; afterwards the service must still work.
 TEST_F(ServiceTest, EverythingAtOnce) {
     plugCamera();
-    StreamSpec frames;
+    StreamPlan frames;
     frames.blockSize = 2048;
     frames.blocksPerMessage = 2;
     frames.messagesPerSecond = 400;
     camera->startStream(frames);
-    StreamSpec ai;
+    StreamPlan ai;
     ai.dataType = camsim::kTypeAiJson;
     ai.payload = "{\"faces\":1}";
     ai.messagesPerSecond = 200;
     camera->startStream(ai);
-    StreamSpec proto;
+    StreamPlan proto;
     proto.dataType = camsim::kTypeAiProtobuf;
     proto.blockSize = 64;
     proto.messagesPerSecond = 200;

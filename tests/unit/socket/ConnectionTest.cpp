@@ -15,7 +15,7 @@ using lumacast::camsim::Command;
 using lumacast::camsim::dataMessage;
 using lumacast::camsim::ReplyRule;
 using lumacast::camsim::resultMessage;
-using lumacast::camsim::StreamSpec;
+using lumacast::camsim::StreamPlan;
 
 namespace lumacast::test {
 namespace {
@@ -317,14 +317,14 @@ TEST_F(LinkTest, WriteToAResetCameraIsAnErrorNotASignal) {
 
 // Commands go out while the camera streams: both directions stay intact.
 TEST_F(LinkTest, CommandsAndStreamShareTheLink) {
-    StreamSpec spec;
-    spec.blockSize = 4096;
-    spec.blocksPerMessage = 2;
-    spec.maxMessages = 400;
+    StreamPlan plan;
+    plan.blockSize = 4096;
+    plan.blocksPerMessage = 2;
+    plan.maxMessages = 400;
     // Paced so the reader keeps up: a header that TCP cuts in two is lost by design (one
     // read per header), and a reader far behind the camera makes such cuts likely.
-    spec.messagesPerSecond = 1000;
-    camera->startStream(spec);
+    plan.messagesPerSecond = 1000;
+    camera->startStream(plan);
     connect();
     std::vector<std::thread> senders;
     for (int t = 0; t < 4; ++t) {
