@@ -223,9 +223,11 @@ TEST_F(LinkTest, UninitEndsAReadThatNeverReturnsByItself) {
     silent.silent = true;
     camera->setDefaultRule(silent);
     connect();
-    // Once this is delivered the loop goes back to a read that only the camera could end.
+    // Once this is delivered the loop goes back to a read that only the camera could end;
+    // give it a moment to get there.
     ASSERT_TRUE(camera->send(resultMessage("x")));
     ASSERT_TRUE(client.waitForCount(1));
+    std::this_thread::sleep_for(200ms);
     EXPECT_TRUE(finishesWithin(30s, [&] { link->uninit(); }));
     EXPECT_TRUE(
             log.contains("SocketClient::uninit read loop still running, shutting down the socket"));
@@ -236,7 +238,7 @@ TEST_F(LinkTest, UninitEndsAReadThatNeverReturnsByItself) {
 TEST_F(LinkTest, DestructionWhileWaitingForTheCameraEndsTheLoop) {
     connect();
     link->cameraExit = false;
-    ASSERT_TRUE(camera->send(resultMessage("x")));
+    camera->send(resultMessage("x"));  // makes the loop run a pass, unless it is running one
     ASSERT_TRUE(log.waitFor("SocketClient camera do not exit, wait", 10s));
     EXPECT_TRUE(finishesWithin(20s, [&] { link.reset(); }));
     EXPECT_TRUE(log.contains("~PThreadUtil socketRead exitRet:0"));
