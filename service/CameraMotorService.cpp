@@ -3,11 +3,10 @@
 #include "service/CameraMotorService.h"
 
 #include <cutils/properties.h>
-#include <log/log.h>
-#include <utils/Unicode.h>
-
 #include <errno.h>
+#include <log/log.h>
 #include <unistd.h>
+#include <utils/Unicode.h>
 
 #include <atomic>
 #include <mutex>

@@ -1,11 +1,10 @@
 #define LOG_TAG "lumacastservice"
 
-#include <signal.h>
-
 #include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
 #include <log/log.h>
+#include <signal.h>
 #include <utils/Errors.h>
 #include <utils/String16.h>
 

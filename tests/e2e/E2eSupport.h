@@ -1,5 +1,8 @@
 #pragma once
 
+#include <binder/Status.h>
+#include <gtest/gtest.h>
+#include <kora/lumacast/BnLumacastCallback.h>
 #include <sys/stat.h>
 
 #include <chrono>
@@ -8,10 +11,6 @@
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include <binder/Status.h>
-#include <gtest/gtest.h>
-#include <kora/lumacast/BnLumacastCallback.h>
 
 #include "tests/support/FakeDevice.h"
 #include "tests/support/TestEnv.h"
@@ -71,7 +70,7 @@ inline void plugAndWait(FakeTv& tv, const test::UsbProduct& product = test::kAcc
 
 // A listener in this process, on the aidl tool's generated stub, keeping what arrives.
 class RecordingListener : public kora::lumacast::BnLumacastCallback {
-public:
+  public:
     struct Frame {
         int32_t blockCount;
         int32_t blockParam;
@@ -132,7 +131,7 @@ public:
         mProto.clear();
     }
 
-private:
+  private:
     std::mutex mMutex;
     std::condition_variable mCond;
     std::vector<Frame> mFrames;
@@ -147,8 +146,8 @@ inline std::vector<std::string> camsimCommands(FakeTv& tv) {
     size_t at = reply.find('\n');
     while (at != std::string::npos) {
         const size_t next = reply.find('\n', at + 1);
-        std::string line = reply.substr(at + 1, next == std::string::npos ? std::string::npos
-                                                                            : next - at - 1);
+        std::string line =
+                reply.substr(at + 1, next == std::string::npos ? std::string::npos : next - at - 1);
         const size_t text = line.find_first_not_of(' ');
         out.push_back(text == std::string::npos ? "" : line.substr(text));
         at = next;

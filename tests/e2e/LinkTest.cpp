@@ -51,8 +51,8 @@ TEST(LinkTest, CameraDroppingTheConnectionIsReconnectedAndStreamsAgain) {
             const std::string status = tv.camsim("status");
             const int before = atoi(status.c_str() + status.find("connections=") + 12);
             ASSERT_EQ(tv.camsim(how), "ok");
-            EXPECT_TRUE(waitForCamsim(tv, "connections=" + std::to_string(before + 1) + " connected=1",
-                                      kDataMs));
+            EXPECT_TRUE(waitForCamsim(
+                    tv, "connections=" + std::to_string(before + 1) + " connected=1", kDataMs));
             const size_t frames = listener->frameCount();
             EXPECT_TRUE(listener->waitForFrames(frames + 5, std::chrono::milliseconds(kDataMs)));
             ok = false;
@@ -120,8 +120,8 @@ TEST(LinkTest, HeartbeatEveryTwoSecondsOnlyForModelsThatNeedIt) {
         const auto beats = watchHeartbeats(tv, 3, 9000ms);
         ASSERT_EQ(beats.size(), 3u);
         for (size_t i = 1; i < beats.size(); ++i) {
-            const auto gap = std::chrono::duration_cast<std::chrono::milliseconds>(beats[i] -
-                                                                                  beats[i - 1]);
+            const auto gap =
+                    std::chrono::duration_cast<std::chrono::milliseconds>(beats[i] - beats[i - 1]);
             EXPECT_GT(gap.count(), 1500) << "heartbeat " << i;
             EXPECT_LT(gap.count(), 2700) << "heartbeat " << i;
         }

@@ -38,7 +38,8 @@ TEST(StartupTest, WithoutCameraBothServicesServeAndCameraCallsFailAtOnce) {
         EXPECT_LT(std::chrono::steady_clock::now() - start, 2500ms);
         EXPECT_EQ(tv.ctl({"lumacast", "getAiAlgoList"}).out, "0\n");
         EXPECT_EQ(tv.ctl({"lumacast", "getZoomMode"}).out, "\n");
-        EXPECT_TRUE(tv.waitForLog("LumacastService::continueProcess camera do not exit", kDataMs, 3));
+        EXPECT_TRUE(
+                tv.waitForLog("LumacastService::continueProcess camera do not exit", kDataMs, 3));
         EXPECT_TRUE(tv.waitForLog("LumacastService::getZoomMode failed", kDataMs));
 
         // The motor service's answers before a board model is named.

@@ -72,11 +72,11 @@ TEST(StreamingTest, PlugCommandStreamUnplugTwice) {
             EXPECT_TRUE(service->setAutoFraming(1, &b).isOk());
             EXPECT_FALSE(b);  // the camera answered rval -3
             EXPECT_EQ(withoutHeartbeats(camsimCommands(tv)),
-                      (std::vector<std::string>{"{\"cmd_id\":14,\"param\":1,\"mode\":2}",
-                                                "{\"cmd_id\":1,\"param\":-1,\"option\":{\"faces\":true}}",
-                                                "{\"cmd_id\":15,\"param\":0}",
-                                                "{\"cmd_id\":16,\"param\":0}",
-                                                "{\"cmd_id\":12,\"param\":1}"}));
+                      (std::vector<std::string>{
+                              "{\"cmd_id\":14,\"param\":1,\"mode\":2}",
+                              "{\"cmd_id\":1,\"param\":-1,\"option\":{\"faces\":true}}",
+                              "{\"cmd_id\":15,\"param\":0}", "{\"cmd_id\":16,\"param\":0}",
+                              "{\"cmd_id\":12,\"param\":1}"}));
 
             // What the camera pushes arrives whole and in order.
             ASSERT_TRUE(listener->waitForAll(20, 3, 3, std::chrono::milliseconds(kDataMs)));

@@ -1,5 +1,7 @@
 #include "tools/demo/FakeTv.h"
 
+#include <binder/IServiceManager.h>
+#include <cutils/properties.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -16,9 +18,6 @@
 #include <fstream>
 #include <sstream>
 #include <thread>
-
-#include <binder/IServiceManager.h>
-#include <cutils/properties.h>
 
 #include "tests/support/Namespace.h"
 
@@ -82,7 +81,8 @@ bool sendAll(int fd, const std::string& bytes) {
 bool readLine(int fd, Clock::time_point deadline, std::string* line) {
     line->clear();
     for (;;) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+        const auto left =
+                std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
         if (left.count() <= 0) return false;
         struct pollfd p = {fd, POLLIN, 0};
         const int r = poll(&p, 1, static_cast<int>(left.count()));
@@ -149,8 +149,8 @@ bool FakeTv::startCamsim(const std::string& scene, std::string* why) {
         if (!mCamsim.running()) break;
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
-    *why = "camsim did not start (" + Process::describe(mCamsim.status()) + "): " +
-           tail(readFile(path("camsim.log")), 5);
+    *why = "camsim did not start (" + Process::describe(mCamsim.status()) +
+           "): " + tail(readFile(path("camsim.log")), 5);
     return false;
 }
 
@@ -197,8 +197,8 @@ bool FakeTv::waitForServices(int timeoutMs, std::string* why) {
 bool FakeTv::daemonRunning(std::string* why) {
     if (mDaemon.running()) return true;
     if (why != nullptr) {
-        *why = "lumacastd " + Process::describe(mDaemon.status()) + "; its log ends:" +
-               tail(daemonLog(), 15);
+        *why = "lumacastd " + Process::describe(mDaemon.status()) +
+               "; its log ends:" + tail(daemonLog(), 15);
     }
     return false;
 }
@@ -233,7 +233,8 @@ bool FakeTv::unplug(std::string* why) {
 
 std::string FakeTv::camsim(const std::string& command) {
     if (mCamsimFd < 0) return "error: camsim is not running";
-    if (!sendAll(mCamsimFd, command + "\n")) return "error: camsim control: " + std::string(strerror(errno));
+    if (!sendAll(mCamsimFd, command + "\n"))
+        return "error: camsim control: " + std::string(strerror(errno));
     const auto deadline = Clock::now() + std::chrono::milliseconds(kControlReplyMs);
     std::string reply;
     if (!readLine(mCamsimFd, deadline, &reply)) return "error: no reply from camsim";

@@ -18,7 +18,7 @@ namespace lumacast::demo {
 // the control sockets and the logs live there, and the environment of this process points
 // at them, so in-process binder clients see the same services.
 class FakeTv {
-public:
+  public:
     struct CtlResult {
         int exitCode = -1;  // -1 when lumacastctl did not exit normally in time
         std::string out;
@@ -76,7 +76,7 @@ public:
     static const char* lumacastctlPath();
     static const char* devsimctlPath();
 
-private:
+  private:
     bool startCamsim(const std::string& scene, std::string* why);
     void stopCamsim();
     bool waitForServices(int timeoutMs, std::string* why);

@@ -10,7 +10,7 @@ namespace lumacast::demo {
 // A program started by the fake TV: its own environment, optionally inside another network
 // namespace, its output in files. Owns the process: the destructor kills what still runs.
 class Process {
-public:
+  public:
     struct Options {
         std::vector<std::string> argv;
         // "NAME=value" entries added to (or replacing in) this process's environment.
@@ -44,7 +44,7 @@ public:
     // "exited 0", "killed by signal 9", ... for reports.
     static std::string describe(int waitStatus);
 
-private:
+  private:
     bool reap(bool block);
 
     pid_t mPid = -1;

@@ -57,7 +57,7 @@ void indent(const std::string& text, size_t maxLines = 40) {
 }
 
 class Demo {
-public:
+  public:
     explicit Demo(FakeTv* tv) : mTv(tv) {}
 
     // Runs one step; false once any step has failed (later steps are skipped).
@@ -69,7 +69,8 @@ public:
         const auto start = std::chrono::steady_clock::now();
         std::string why;
         const bool ok = body(&why);
-        const double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        const double secs =
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         if (ok) {
             ++mPassed;
             printf("    [ ok ] (%.1f s)\n", secs);
@@ -110,7 +111,7 @@ public:
     int steps() const { return mSteps; }
     int passed() const { return mPassed; }
 
-private:
+  private:
     FakeTv* mTv;
     int mSteps = 0;
     int mPassed = 0;
@@ -174,7 +175,8 @@ int main(int argc, char** argv) {
             keep = true;
         } else if (a == "--send" && i + 2 < argc) {
             std::string line;
-            for (int j = i + 2; j < argc; ++j) line += (j > i + 2 ? " " : "") + std::string(argv[j]);
+            for (int j = i + 2; j < argc; ++j)
+                line += (j > i + 2 ? " " : "") + std::string(argv[j]);
             return sendControl(argv[i + 1], line);
         } else if (a == "-h" || a == "--help") {
             usage(stdout);
@@ -218,13 +220,15 @@ int main(int argc, char** argv) {
     printf("lumacast demo: lumacastd on a simulated TV (files, logs and sockets in %s)\n",
            dir.c_str());
 
-    demo.step("Build the fake TV: /sys/class and /dev on tmpfs, motor GPIO files", [&](std::string* why) {
-        if (!tv.setUp(why)) return false;
-        for (int gpio : {146, 147, 150, 151, 152}) tv.device().writeGpio(gpio, "1");
-        demo.say("the camera's USB network will be a veth pair: usb0 here, its peer in a");
-        demo.say("network namespace of the camera's own with 192.168.111.10");
-        return true;
-    });
+    demo.step(
+            "Build the fake TV: /sys/class and /dev on tmpfs, motor GPIO files",
+            [&](std::string* why) {
+                if (!tv.setUp(why)) return false;
+                for (int gpio : {146, 147, 150, 151, 152}) tv.device().writeGpio(gpio, "1");
+                demo.say("the camera's USB network will be a veth pair: usb0 here, its peer in a");
+                demo.say("network namespace of the camera's own with 192.168.111.10");
+                return true;
+            });
 
     demo.step("Start lumacastd (devsim preloaded as the Cedar motor board)", [&](std::string* why) {
         if (!tv.startDaemon("board cedar", why)) return false;
@@ -261,8 +265,8 @@ int main(int argc, char** argv) {
                                dir + "/listen.out", why);
         if (listener == nullptr) return false;
         // The listener is registered once it says so.
-        for (int i = 0; i < 500 && readFile(dir + "/listen.out").find("listening") == std::string::npos;
-             ++i) {
+        for (int i = 0;
+             i < 500 && readFile(dir + "/listen.out").find("listening") == std::string::npos; ++i) {
             usleep(10 * 1000);
         }
         demo.say("kora.camera.subscribe_status = " + tv.property("kora.camera.subscribe_status"));
@@ -289,8 +293,9 @@ int main(int argc, char** argv) {
         std::string line;
         int shown = 0;
         while (std::getline(lines, line)) {
-            const bool summary = line.compare(0, 8, "listened") == 0 || line.compare(0, 2, "  ") == 0 ||
-                                 line.compare(0, 6, "counts") == 0 || line.compare(0, 5, "rates") == 0;
+            const bool summary =
+                    line.compare(0, 8, "listened") == 0 || line.compare(0, 2, "  ") == 0 ||
+                    line.compare(0, 6, "counts") == 0 || line.compare(0, 5, "rates") == 0;
             if (summary || shown++ < 6) head += line + "\n";
         }
         indent(trimmed(head), 30);
@@ -325,7 +330,10 @@ int main(int argc, char** argv) {
         demo.say("image " + image + ": 1024 bytes, 4 packages of 256");
         if (!demo.ctl({"motor", "mcu_upgrade", image}, why, "0")) return false;
         const std::string stats = tv.devsim("stats");
-        demo.say("devsim's MCU: " + stats.substr(stats.find("cedar on i2c-2")).substr(0, stats.find('\n', stats.find("cedar on i2c-2")) - stats.find("cedar on i2c-2")));
+        demo.say("devsim's MCU: " +
+                 stats.substr(stats.find("cedar on i2c-2"))
+                         .substr(0, stats.find('\n', stats.find("cedar on i2c-2")) -
+                                            stats.find("cedar on i2c-2")));
         if (stats.find("packages 4, finished") == std::string::npos) {
             *why = "the MCU did not receive the whole image: " + stats;
             return false;
@@ -369,7 +377,8 @@ int main(int argc, char** argv) {
             if (cmd == "plug" && !plugged) {
                 plugged = tv.plug(lumacast::test::kAcceptedCamera, "default", &why);
                 printf("%s\n", plugged && tv.waitForProperty("sys.kora.usb.status", "1", 15000)
-                                       ? "camera plugged in" : ("plug failed: " + why).c_str());
+                                       ? "camera plugged in"
+                                       : ("plug failed: " + why).c_str());
             } else if (cmd == "unplug" && plugged) {
                 plugged = !tv.unplug(&why);
                 printf("%s\n", plugged ? ("unplug failed: " + why).c_str() : "camera unplugged");

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <binder/Status.h>
+#include <kora/lumacast/BnLumacastCallback.h>
 #include <stdint.h>
 #include <stdio.h>
 
@@ -9,17 +11,14 @@
 #include <string>
 #include <vector>
 
-#include <binder/Status.h>
-#include <kora/lumacast/BnLumacastCallback.h>
-
 namespace lumacast::ctl {
 
 struct ListenOptions {
-    uint64_t count = 0;    // stop after this many callbacks; 0: no limit
-    double seconds = 0;    // stop after this long; 0: no limit
-    std::string saveDir;   // where to write what arrives; empty: nowhere
-    bool quiet = false;    // no line per callback
-    double interval = 0;   // seconds between rate lines; 0: none
+    uint64_t count = 0;   // stop after this many callbacks; 0: no limit
+    double seconds = 0;   // stop after this long; 0: no limit
+    std::string saveDir;  // where to write what arrives; empty: nowhere
+    bool quiet = false;   // no line per callback
+    double interval = 0;  // seconds between rate lines; 0: none
     bool requireFrame = false;
     bool requireAi = false;
     bool requireProto = false;
@@ -28,7 +27,7 @@ struct ListenOptions {
 // The listener that `lumacastctl listen` registers: prints each callback, counts them and
 // their bytes, saves them if asked, and reports rates.
 class Listener : public kora::lumacast::BnLumacastCallback {
-public:
+  public:
     enum Kind { kFrame, kAi, kProto, kKindCount };
 
     struct Counts {
@@ -56,7 +55,7 @@ public:
 
     static const char* kindName(Kind kind);
 
-private:
+  private:
     // Counts one callback and returns its number within its kind (from 1).
     uint64_t record(Kind kind, size_t bytes);
     // Writes one file into the save folder; the path, or empty after a failure.
@@ -70,11 +69,11 @@ private:
     const std::chrono::steady_clock::time_point mStart;
 
     mutable std::mutex mMutex;
-    Counts mCounts;                                    // guarded by mMutex
-    Counts mLastCounts;                                // guarded by mMutex
-    std::chrono::steady_clock::time_point mLastTime;   // guarded by mMutex
-    uint64_t mSaveFailures = 0;                        // guarded by mMutex
-    bool mLimitReported = false;                       // guarded by mMutex
+    Counts mCounts;                                   // guarded by mMutex
+    Counts mLastCounts;                               // guarded by mMutex
+    std::chrono::steady_clock::time_point mLastTime;  // guarded by mMutex
+    uint64_t mSaveFailures = 0;                       // guarded by mMutex
+    bool mLimitReported = false;                      // guarded by mMutex
 };
 
 }  // namespace lumacast::ctl

@@ -21,7 +21,8 @@ template <typename Interface, typename Out>
 using Fn0 = Status (Interface::*)(Out*);
 
 template <typename Interface, typename Out, ValueType T>
-std::function<Status(Interface&, const std::vector<Value>&, Value*)> noArgs(Fn0<Interface, Out> fn) {
+std::function<Status(Interface&, const std::vector<Value>&, Value*)> noArgs(
+        Fn0<Interface, Out> fn) {
     return [fn](Interface& s, const std::vector<Value>&, Value* r) {
         Out out{};
         const Status st = (s.*fn)(&out);
@@ -52,7 +53,9 @@ const std::vector<Method<ILumacast>>& MethodTable::lumacast() {
     using M = Method<ILumacast>;
     using L = ILumacast;
     static const std::vector<M> table = {
-            {"setZoomSwitch", {{B, "on"}}, B,
+            {"setZoomSwitch",
+             {{B, "on"}},
+             B,
              [](L& s, const std::vector<Value>& a, Value* r) {
                  bool out = false;
                  const Status st = s.setZoomSwitch(a[0].b, &out);
@@ -61,7 +64,9 @@ const std::vector<Method<ILumacast>>& MethodTable::lumacast() {
              }},
             {"getZoomSwitch", {}, B, noArgs<L, bool, B>(&L::getZoomSwitch)},
             {"getAiAlgoList", {}, I, noArgs<L, int32_t, I>(&L::getAiAlgoList)},
-            {"setAiSubscribeType", {{I, "type"}}, B,
+            {"setAiSubscribeType",
+             {{I, "type"}},
+             B,
              [](L& s, const std::vector<Value>& a, Value* r) {
                  bool out = false;
                  const Status st = s.setAiSubscribeType(a[0].i, &out);
@@ -69,21 +74,27 @@ const std::vector<Method<ILumacast>>& MethodTable::lumacast() {
                  return st;
              }},
             {"getAiSubscribeStatus", {}, I, noArgs<L, int32_t, I>(&L::getAiSubscribeStatus)},
-            {"setAiProperty", {{S, "param"}}, B,
+            {"setAiProperty",
+             {{S, "param"}},
+             B,
              [](L& s, const std::vector<Value>& a, Value* r) {
                  bool out = false;
                  const Status st = s.setAiProperty(a[0].s, &out);
                  *r = Value::ofBool(out);
                  return st;
              }},
-            {"getAiProperty", {{S, "param"}}, S,
+            {"getAiProperty",
+             {{S, "param"}},
+             S,
              [](L& s, const std::vector<Value>& a, Value* r) {
                  std::string out;
                  const Status st = s.getAiProperty(a[0].s, &out);
                  *r = Value::ofString(out);
                  return st;
              }},
-            {"setAiSubscribe", {{I, "param"}, {S, "option"}}, B,
+            {"setAiSubscribe",
+             {{I, "param"}, {S, "option"}},
+             B,
              [](L& s, const std::vector<Value>& a, Value* r) {
                  bool out = false;
                  const Status st = s.setAiSubscribe(a[0].i, a[1].s, &out);
@@ -91,21 +102,27 @@ const std::vector<Method<ILumacast>>& MethodTable::lumacast() {
                  return st;
              }},
             {"getAiSubscribe", {}, S, noArgs<L, std::string, S>(&L::getAiSubscribe)},
-            {"grabFrame", {{I, "format"}, {S, "resolution"}}, B,
+            {"grabFrame",
+             {{I, "format"}, {S, "resolution"}},
+             B,
              [](L& s, const std::vector<Value>& a, Value* r) {
                  bool out = false;
                  const Status st = s.grabFrame(a[0].i, a[1].s, &out);
                  *r = Value::ofBool(out);
                  return st;
              }},
-            {"sendDoa", {{S, "data"}}, B,
+            {"sendDoa",
+             {{S, "data"}},
+             B,
              [](L& s, const std::vector<Value>& a, Value* r) {
                  bool out = false;
                  const Status st = s.sendDoa(a[0].s, &out);
                  *r = Value::ofBool(out);
                  return st;
              }},
-            {"setAutoFraming", {{I, "param"}}, B,
+            {"setAutoFraming",
+             {{I, "param"}},
+             B,
              [](L& s, const std::vector<Value>& a, Value* r) {
                  bool out = false;
                  const Status st = s.setAutoFraming(a[0].i, &out);
@@ -113,7 +130,9 @@ const std::vector<Method<ILumacast>>& MethodTable::lumacast() {
                  return st;
              }},
             {"getAutoFraming", {}, B, noArgs<L, bool, B>(&L::getAutoFraming)},
-            {"setZoomMode", {{I, "param"}, {I, "mode"}}, B,
+            {"setZoomMode",
+             {{I, "param"}, {I, "mode"}},
+             B,
              [](L& s, const std::vector<Value>& a, Value* r) {
                  bool out = false;
                  const Status st = s.setZoomMode(a[0].i, a[1].i, &out);
@@ -129,7 +148,9 @@ const std::vector<Method<IKCameraMotor>>& MethodTable::motor() {
     using M = Method<IKCameraMotor>;
     using K = IKCameraMotor;
     static const std::vector<M> table = {
-            {"set_client_type", {{S, "type"}}, N,
+            {"set_client_type",
+             {{S, "type"}},
+             N,
              [](K& s, const std::vector<Value>& a, Value* r) {
                  *r = Value();
                  return s.set_client_type(a[0].s);
@@ -140,14 +161,18 @@ const std::vector<Method<IKCameraMotor>>& MethodTable::motor() {
             {"get_rise_time", {}, I, noArgs<K, int32_t, I>(&K::get_rise_time)},
             {"get_switch_status", {}, B, noArgs<K, bool, B>(&K::get_switch_status)},
             {"is_support_motor", {}, B, noArgs<K, bool, B>(&K::is_support_motor)},
-            {"set_status", {{B, "status"}}, N,
+            {"set_status",
+             {{B, "status"}},
+             N,
              [](K& s, const std::vector<Value>& a, Value* r) {
                  *r = Value();
                  return s.set_status(a[0].b);
              }},
             {"get_status", {}, B, noArgs<K, bool, B>(&K::get_status)},
             {"get_mcu_version", {}, S, noArgs<K, std::string, S>(&K::get_mcu_version)},
-            {"mcu_upgrade", {{S, "path"}}, I,
+            {"mcu_upgrade",
+             {{S, "path"}},
+             I,
              [](K& s, const std::vector<Value>& a, Value* r) {
                  int32_t out = 0;
                  const Status st = s.mcu_upgrade(a[0].s, &out);
@@ -216,9 +241,9 @@ bool MethodTable::parse(const std::vector<Method<Interface>>& table, const std::
 
 template <typename Interface>
 CallResult MethodTable::call(const std::vector<Method<Interface>>& table,
-                             typename Method<Interface>::Service& service,
-                             const std::string& name, const std::vector<std::string>& args,
-                             Value* result, std::string* error) {
+                             typename Method<Interface>::Service& service, const std::string& name,
+                             const std::vector<std::string>& args, Value* result,
+                             std::string* error) {
     const Method<Interface>* method = nullptr;
     std::vector<Value> values;
     if (!parse(table, name, args, &method, &values, error)) return CallResult::kUsage;
@@ -259,10 +284,9 @@ template bool MethodTable::parse<ILumacast>(const std::vector<Method<ILumacast>>
                                             const Method<ILumacast>**, std::vector<Value>*,
                                             std::string*);
 template bool MethodTable::parse<IKCameraMotor>(const std::vector<Method<IKCameraMotor>>&,
-                                                const std::string&,
-                                                const std::vector<std::string>&,
-                                                const Method<IKCameraMotor>**,
-                                                std::vector<Value>*, std::string*);
+                                                const std::string&, const std::vector<std::string>&,
+                                                const Method<IKCameraMotor>**, std::vector<Value>*,
+                                                std::string*);
 template std::string MethodTable::describe<ILumacast>(const std::vector<Method<ILumacast>>&);
 template std::string MethodTable::describe<IKCameraMotor>(
         const std::vector<Method<IKCameraMotor>>&);

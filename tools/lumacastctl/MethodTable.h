@@ -1,12 +1,12 @@
 #pragma once
 
-#include <functional>
-#include <string>
-#include <vector>
-
 #include <binder/Status.h>
 #include <kora/lumacast/IKCameraMotor.h>
 #include <kora/lumacast/ILumacast.h>
+
+#include <functional>
+#include <string>
+#include <vector>
 
 #include "tools/lumacastctl/Value.h"
 
@@ -35,7 +35,7 @@ enum class CallResult {
 };
 
 class MethodTable {
-public:
+  public:
     static const std::vector<Method<kora::lumacast::ILumacast>>& lumacast();
     static const std::vector<Method<kora::lumacast::IKCameraMotor>>& motor();
 
@@ -48,15 +48,14 @@ public:
     // parse(), then the call.
     template <typename Interface>
     static CallResult call(const std::vector<Method<Interface>>& table,
-                           typename Method<Interface>::Service& service,
-                           const std::string& name, const std::vector<std::string>& args,
-                           Value* result, std::string* error);
+                           typename Method<Interface>::Service& service, const std::string& name,
+                           const std::vector<std::string>& args, Value* result, std::string* error);
 
     // "name(type param, ...) -> type", one line per method.
     template <typename Interface>
     static std::string describe(const std::vector<Method<Interface>>& table);
 
-private:
+  private:
     static bool parseArgument(ValueType type, const std::string& text, Value* out);
 };
 

@@ -1,9 +1,17 @@
 // lumacastctl: calls the lumacast daemon's binder services from a shell, listens to the
 // camera's data, dumps the services' state and reads or writes the host property store.
 
+#include <binder/IBinder.h>
+#include <binder/IPCThreadState.h>
+#include <binder/IServiceManager.h>
+#include <binder/ProcessState.h>
+#include <cutils/properties.h>
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <kora/lumacast/IKCameraMotor.h>
+#include <kora/lumacast/ILumacast.h>
+#include <lumacast/host/PropertyStore.h>
 #include <poll.h>
 #include <signal.h>
 #include <stdio.h>
@@ -19,15 +27,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <binder/IBinder.h>
-#include <binder/IPCThreadState.h>
-#include <binder/IServiceManager.h>
-#include <binder/ProcessState.h>
-#include <cutils/properties.h>
-#include <kora/lumacast/IKCameraMotor.h>
-#include <kora/lumacast/ILumacast.h>
-#include <lumacast/host/PropertyStore.h>
 
 #include "tools/lumacastctl/Arguments.h"
 #include "tools/lumacastctl/Listener.h"
@@ -195,7 +194,7 @@ int runCall(const std::vector<Method<Interface>>& table, const std::string& serv
 void wakeMain() { kill(getpid(), SIGUSR1); }
 
 class ServiceDeath : public IBinder::DeathRecipient {
-public:
+  public:
     void binderDied(const android::wp<IBinder>&) override {
         died = true;
         wakeMain();
@@ -298,10 +297,10 @@ int runListen(const std::vector<std::string>& words, double waitSeconds) {
     auto toDuration = [](double s) {
         return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(s));
     };
-    const auto deadline = options.seconds > 0 ? start + toDuration(options.seconds)
-                                              : Clock::time_point::max();
-    auto nextInterval = options.interval > 0 ? start + toDuration(options.interval)
-                                             : Clock::time_point::max();
+    const auto deadline =
+            options.seconds > 0 ? start + toDuration(options.seconds) : Clock::time_point::max();
+    auto nextInterval =
+            options.interval > 0 ? start + toDuration(options.interval) : Clock::time_point::max();
     bool interrupted = false;
     for (;;) {
         const auto now = Clock::now();
@@ -313,7 +312,8 @@ int runListen(const std::vector<std::string>& words, double waitSeconds) {
         }
         auto wait = std::min({deadline, nextInterval, now + std::chrono::seconds(1)}) - now;
         const auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(wait).count();
-        struct timespec ts = {static_cast<time_t>(ns / 1000000000), static_cast<long>(ns % 1000000000)};
+        struct timespec ts = {static_cast<time_t>(ns / 1000000000),
+                              static_cast<long>(ns % 1000000000)};
         const int sig = sigtimedwait(&signals, nullptr, &ts);
         if (sig == SIGINT || sig == SIGTERM) {
             interrupted = true;
@@ -511,12 +511,12 @@ int main(int argc, char** argv) {
     if (command == "lumacast" || command == kLumacastService) {
         if (!words.empty() && words[0] == "setCallback") {
             // The listener must live in this process for as long as it listens.
-            return runListen(std::vector<std::string>(words.begin() + 1, words.end()),
-                             waitSeconds);
+            return runListen(std::vector<std::string>(words.begin() + 1, words.end()), waitSeconds);
         }
         if (!words.empty() && words[0] == "removeCallback") {
-            return usageError("removeCallback takes the caller's own listener; 'listen' removes "
-                              "its listener when it stops");
+            return usageError(
+                    "removeCallback takes the caller's own listener; 'listen' removes "
+                    "its listener when it stops");
         }
         return runCall(MethodTable::lumacast(), kLumacastService, words, waitSeconds, expect);
     }

@@ -1,10 +1,9 @@
 // The listener of `lumacastctl listen`: what it saves must be byte for byte what arrived,
 // its limit must fire once however callbacks race, and its verdict must follow the options.
+#include <gtest/gtest.h>
 #include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <fstream>

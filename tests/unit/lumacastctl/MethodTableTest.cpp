@@ -1,10 +1,9 @@
 // The command line's method table against in-process services built on the generated
 // stubs: each name reaches its own method with its arguments in order and typed as the
 // interface wants, and results come back unchanged.
+#include <gtest/gtest.h>
 #include <kora/lumacast/BnKCameraMotor.h>
 #include <kora/lumacast/BnLumacast.h>
-
-#include <gtest/gtest.h>
 
 #include <set>
 #include <string>
@@ -24,15 +23,19 @@ namespace {
 
 // Records each call as "name(arg,arg)" and answers values that tell the methods apart.
 class FakeLumacast : public kora::lumacast::BnLumacast {
-public:
+  public:
     std::vector<std::string> calls;
     Status fail = Status::ok();
 
-    Status setCallback(const sp<ILumacastCallback>&, bool* r) override { return put("setCallback", r); }
+    Status setCallback(const sp<ILumacastCallback>&, bool* r) override {
+        return put("setCallback", r);
+    }
     Status removeCallback(const sp<ILumacastCallback>&, bool* r) override {
         return put("removeCallback", r);
     }
-    Status setZoomSwitch(bool on, bool* r) override { return put("setZoomSwitch(" + b(on) + ")", r); }
+    Status setZoomSwitch(bool on, bool* r) override {
+        return put("setZoomSwitch(" + b(on) + ")", r);
+    }
     Status getZoomSwitch(bool* r) override { return put("getZoomSwitch()", r); }
     Status getAiAlgoList(int32_t* r) override {
         *r = 16;
@@ -75,7 +78,7 @@ public:
         return log("getZoomMode()");
     }
 
-private:
+  private:
     static std::string b(bool v) { return v ? "true" : "false"; }
     Status log(const std::string& call) {
         calls.push_back(call);
@@ -89,10 +92,12 @@ private:
 };
 
 class FakeMotor : public kora::lumacast::BnKCameraMotor {
-public:
+  public:
     std::vector<std::string> calls;
 
-    Status set_client_type(const std::string& t) override { return log("set_client_type(" + t + ")"); }
+    Status set_client_type(const std::string& t) override {
+        return log("set_client_type(" + t + ")");
+    }
     Status motor_down(int32_t* r) override { return num("motor_down()", 256, r); }
     Status motor_up(int32_t* r) override { return num("motor_up()", 0, r); }
     Status get_motor_status(int32_t* r) override { return num("get_motor_status()", 4, r); }
@@ -105,7 +110,9 @@ public:
         *r = false;
         return log("is_support_motor()");
     }
-    Status set_status(bool s) override { return log(std::string("set_status(") + (s ? "1" : "0") + ")"); }
+    Status set_status(bool s) override {
+        return log(std::string("set_status(") + (s ? "1" : "0") + ")");
+    }
     Status get_status(bool* r) override {
         *r = true;
         return log("get_status()");
@@ -118,7 +125,7 @@ public:
         return num("mcu_upgrade(" + p + ")", -121, r);
     }
 
-private:
+  private:
     Status log(const std::string& call) {
         calls.push_back(call);
         return Status::ok();
@@ -164,7 +171,8 @@ TEST(MethodTableTest, EveryStreamingMethodReachesItsOwnCallWithTypedArguments) {
                      {{"getAiSubscribeStatus"}, "getAiSubscribeStatus()", "-2"},
                      {{"setAiProperty", "fps 30"}, "setAiProperty(fps 30)", "true"},
                      {{"getAiProperty", "x"}, "getAiProperty(x)", "value of x"},
-                     {{"setAiSubscribe", "3", "{\"a\":[1,2]}"}, "setAiSubscribe(3,{\"a\":[1,2]})",
+                     {{"setAiSubscribe", "3", "{\"a\":[1,2]}"},
+                      "setAiSubscribe(3,{\"a\":[1,2]})",
                       "true"},
                      {{"getAiSubscribe"}, "getAiSubscribe()", "{\"cmd_id\":2}"},
                      {{"grabFrame", "0x10", "1920x1080"}, "grabFrame(16,1920x1080)", "true"},
@@ -186,7 +194,8 @@ TEST(MethodTableTest, EveryMotorMethodReachesItsOwnCall) {
     sp<FakeMotor> fake = new FakeMotor();
     runCases(MethodTable::motor(), fake.get(),
              {
-                     {{"set_client_type", "xx MT9652-CEDAR yy"}, "set_client_type(xx MT9652-CEDAR yy)",
+                     {{"set_client_type", "xx MT9652-CEDAR yy"},
+                      "set_client_type(xx MT9652-CEDAR yy)",
                       ""},
                      {{"motor_down"}, "motor_down()", "256"},
                      {{"motor_up"}, "motor_up()", "0"},
@@ -205,17 +214,17 @@ TEST(MethodTableTest, EveryMotorMethodReachesItsOwnCall) {
 TEST(MethodTableTest, MalformedArgumentsAreRefusedBeforeAnyCall) {
     sp<FakeLumacast> fake = new FakeLumacast();
     const std::vector<std::vector<std::string>> bad = {
-            {"setZoomMode", "1"},                   // too few
-            {"setZoomMode", "1", "2", "3"},         // too many
-            {"setZoomMode", "1", "2147483648"},     // past int32
-            {"setZoomMode", "-2147483649", "0"},    // below int32
-            {"setZoomMode", "1", " 2"},             // blank
-            {"setZoomMode", "1", "2x"},             // trailing junk
-            {"setZoomMode", "0x", "1"},             // prefix without digits
-            {"setZoomSwitch", "yes"},               // not a bool
+            {"setZoomMode", "1"},                 // too few
+            {"setZoomMode", "1", "2", "3"},       // too many
+            {"setZoomMode", "1", "2147483648"},   // past int32
+            {"setZoomMode", "-2147483649", "0"},  // below int32
+            {"setZoomMode", "1", " 2"},           // blank
+            {"setZoomMode", "1", "2x"},           // trailing junk
+            {"setZoomMode", "0x", "1"},           // prefix without digits
+            {"setZoomSwitch", "yes"},             // not a bool
             {"setZoomSwitch", ""},
             {"getZoomSwitch", "1"},
-            {"setCallback"},                        // only through listen
+            {"setCallback"},  // only through listen
             {"nosuchMethod"},
     };
     for (const auto& words : bad) {
