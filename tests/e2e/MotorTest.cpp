@@ -21,6 +21,13 @@ TEST(MotorTest, CedarBoardOverBinder) {
         // The model string may carry more than the model.
         EXPECT_EQ(call(tv, {"set_client_type", "TV-MT9652-CEDAR-2023"}), "");
         EXPECT_EQ(call(tv, {"is_support_motor"}), "true");
+        // A later string changes nothing: the board does not change under a running TV.
+        EXPECT_EQ(call(tv, {"set_client_type", "RTD51M-FIR"}), "");
+        const std::string dump = tv.ctl({"dump", "motor"}).out;
+        EXPECT_NE(dump.find("  driver: selected by board type \"TV-MT9652-CEDAR-2023\"\n"),
+                  std::string::npos)
+                << dump;
+        EXPECT_NE(dump.find("  motor supported: yes\n"), std::string::npos) << dump;
         EXPECT_EQ(call(tv, {"motor_up"}), "0");
         EXPECT_EQ(call(tv, {"motor_down"}), "0");
         // Raise, then lower, written to the MCU's command register.
@@ -89,6 +96,8 @@ TEST(MotorTest, PersistedStatusFlagLivesInThePropertyStore) {
         EXPECT_EQ(call(tv, {"get_status"}), "false");
         EXPECT_EQ(tv.ctl({"setprop", "persist.sys.kora.camera.status", "1abc"}).exitCode, 0);
         EXPECT_EQ(call(tv, {"get_status"}), "true");
+        EXPECT_NE(tv.ctl({"dump", "motor"}).out.find("  persist.sys.kora.camera.status: 1abc\n"),
+                  std::string::npos);
         EXPECT_EQ(call(tv, {"set_status", "0"}), "");
         EXPECT_EQ(tv.ctl({"getprop", "persist.sys.kora.camera.status"}).out, "0\n");
     });

@@ -49,6 +49,20 @@ TEST(StartupTest, WithoutCameraBothServicesServeAndCameraCallsFailAtOnce) {
         EXPECT_EQ(tv.ctl({"motor", "is_support_motor"}).out, "false\n");
         EXPECT_EQ(tv.ctl({"motor", "motor_up"}).out, "0\n");
         EXPECT_EQ(tv.ctl({"motor", "get_mcu_version"}).out, "\n");
+        // dumpsys-style state, through a descriptor handed across processes.
+        r = tv.ctl({"dump"});
+        EXPECT_EQ(r.exitCode, 0) << r.err;
+        for (const char* line :
+             {"DUMP OF SERVICE lumacastservice:", "DUMP OF SERVICE cameramotorservice:",
+              "  camera present: no (sys.kora.usb.status=unset)\n", "  link: DISCONNECT",
+              "  heartbeat: not armed\n", "  listeners: 0\n",
+              "  kora.camera.subscribe_status: false\n",
+              "  commands waiting for the camera: none\n",
+              "  driver: none (no set_client_type with a known board model yet)\n",
+              "  motor supported: no\n"}) {
+            EXPECT_NE(r.out.find(line), std::string::npos) << line << " in\n" << r.out;
+        }
+
         // Defaults, not the hardware: nothing went over the bus.
         const std::string stats = tv.devsim("stats");
         EXPECT_NE(stats.find("\ntransfers: 0\n"), std::string::npos) << stats;

@@ -143,6 +143,16 @@ TEST(StreamingTest, KilledListenerProcessDoesNotStopTheOthers) {
             EXPECT_EQ(frames[i].blockParam, frames[i - 1].blockParam + 1) << "frame " << i;
         }
 
+        // The dead listener stays registered; nobody removed it.
+        const FakeTv::CtlResult dump = tv.ctl({"dump", "lumacast"});
+        EXPECT_EQ(dump.exitCode, 0) << dump.err;
+        for (const char* line :
+             {"  camera present: yes (sys.kora.usb.status=1)\n",
+              "  link: CONNECTED, camera flag set\n", "  camera model needs heartbeat: yes\n",
+              "  heartbeat: every 2000 ms\n", "  listeners: 2\n"}) {
+            EXPECT_NE(dump.out.find(line), std::string::npos) << line << " in\n" << dump.out;
+        }
+
         // A listener arriving after the death is served as well.
         const FakeTv::CtlResult late =
                 tv.ctl({"listen", "--count", "20", "--quiet", "--require", "frame"});

@@ -342,7 +342,18 @@ int main(int argc, char** argv) {
     });
 
     demo.step("The services' state (lumacastctl dump)", [&](std::string* why) {
-        return demo.ctl({"dump", "lumacast"}, why) && demo.ctl({"dump", "motor"}, why);
+        std::string lumacast;
+        std::string motor;
+        if (!demo.ctl({"dump", "lumacast"}, why, nullptr, &lumacast) ||
+            !demo.ctl({"dump", "motor"}, why, nullptr, &motor)) {
+            return false;
+        }
+        if (lumacast.find("camera present: yes") == std::string::npos ||
+            motor.find("driver: selected") == std::string::npos) {
+            *why = "the services do not report the camera and the motor driver";
+            return false;
+        }
+        return true;
     });
 
     if (keep && !demo.allPassed()) keep = false;
