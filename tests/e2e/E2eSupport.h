@@ -46,7 +46,8 @@ inline void onFakeTv(const TvOptions& options, const std::function<void(FakeTv&)
             ASSERT_TRUE(tv.startDaemon(options.devsimInit, &why)) << why;
         }
         body(tv);
-        if (options.startDaemon) {
+        // Whoever started it, a daemon that died on the way is a failure.
+        if (tv.daemonPid() > 0) {
             EXPECT_TRUE(tv.daemonRunning(&why)) << why;
         }
         if (::testing::Test::HasFailure()) {

@@ -3,7 +3,10 @@
 #include <binder/IServiceManager.h>
 #include <kora/lumacast/IKCameraMotor.h>
 #include <kora/lumacast/ILumacast.h>
+#include <signal.h>
 #include <unistd.h>
+
+#include <fstream>
 
 #include "tests/e2e/E2eSupport.h"
 
@@ -98,6 +101,41 @@ TEST(StartupTest, RefusedCameraIsNeverReported) {
         EXPECT_EQ(tv.ctl({"lumacast", "getZoomSwitch"}).out, "false\n");
         const std::string status = tv.camsim("status");
         EXPECT_NE(status.find("connections=0 "), std::string::npos) << status;
+    });
+}
+
+TEST(StartupTest, ClosedSocketsCannotKillTheDaemon) {
+    onFakeTv([](FakeTv& tv) {
+        // A write to a socket whose peer is gone (camera or listener) must fail, not raise
+        // SIGPIPE's default action: the daemon ignores the signal process-wide.
+        std::ifstream in("/proc/" + std::to_string(tv.daemonPid()) + "/status");
+        std::string line;
+        unsigned long long ignored = 0;
+        while (std::getline(in, line)) {
+            if (line.compare(0, 7, "SigIgn:") == 0)
+                ignored = std::stoull(line.substr(7), nullptr, 16);
+        }
+        EXPECT_NE(ignored & (1ULL << (SIGPIPE - 1)), 0u) << "SigIgn " << std::hex << ignored;
+    });
+}
+
+TEST(StartupTest, FailedRegistrationsAreLoggedAndTheDaemonCarriesOn) {
+    TvOptions options;
+    options.startDaemon = false;
+    onFakeTv(options, [](FakeTv& tv) {
+        // A registry the daemon cannot use: a plain file where its folder should be.
+        const std::string broken = tv.path("not-a-folder");
+        { std::ofstream(broken) << "x"; }
+        std::string why;
+        ASSERT_TRUE(tv.startDaemon("board cedar", &why, {"LUMACAST_BINDER_DIR=" + broken}, false))
+                << why;
+        EXPECT_TRUE(tv.waitForLog("main addService lumacastservice failed", kDataMs));
+        EXPECT_TRUE(tv.waitForLog("main addService cameramotorservice failed", kDataMs));
+        // The streaming service that nobody holds is released with its threads, even while
+        // its watcher may still be scanning.
+        EXPECT_TRUE(tv.waitForLog("~PThreadUtil ThreadUEvent", kDataMs));
+        usleep(300 * 1000);
+        EXPECT_TRUE(tv.daemonRunning(&why)) << why;
     });
 }
 

@@ -165,17 +165,19 @@ bool FakeTv::restartCamsim(const std::string& scene, std::string* why) {
     return startCamsim(scene, why);
 }
 
-bool FakeTv::startDaemon(const std::string& devsimInit, std::string* why) {
+bool FakeTv::startDaemon(const std::string& devsimInit, std::string* why,
+                         const std::vector<std::string>& env, bool waitForServices) {
     Process::Options o;
     o.argv = {LUMACASTD_PATH};
     o.env = {"LD_PRELOAD=" + preload(), "DEVSIM_CONTROL=" + path("devsim.sock"),
              "DEVSIM_INIT=" + devsimInit, "DEVSIM_LOG=" + path("devsim-transfers.log"),
              // The daemon's logcat lines are the record of what it did.
              "LUMACAST_LOG_QUIET=0"};
+    o.env.insert(o.env.end(), env.begin(), env.end());
     o.stdoutPath = path("lumacastd.log");
     o.stderrPath = path("lumacastd.log");
     if (!mDaemon.start(o, why)) return false;
-    return waitForServices(kServiceWaitMs, why);
+    return !waitForServices || this->waitForServices(kServiceWaitMs, why);
 }
 
 bool FakeTv::waitForServices(int timeoutMs, std::string* why) {

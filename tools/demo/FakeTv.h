@@ -34,8 +34,11 @@ class FakeTv {
     // The fake device, with no camera plugged in.
     bool setUp(std::string* why);
     // lumacastd with devsim preloaded; `devsimInit` is devsim's start-up commands ("board
-    // cedar"). Returns once both services are registered.
-    bool startDaemon(const std::string& devsimInit, std::string* why);
+    // cedar"). Returns once both services are registered, or, with `waitForServices` false,
+    // once it runs; `env` adds "NAME=value" entries to its environment.
+    bool startDaemon(const std::string& devsimInit, std::string* why,
+                     const std::vector<std::string>& env = {}, bool waitForServices = true);
+    pid_t daemonPid() const { return mDaemon.pid(); }
     // Whether lumacastd still runs; a daemon that died is reported with its log's tail.
     bool daemonRunning(std::string* why = nullptr);
     // Kills lumacastd as the platform would; its wait status.
