@@ -4,6 +4,7 @@
 #include <kora/lumacast/IKCameraMotor.h>
 #include <kora/lumacast/ILumacast.h>
 #include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -101,6 +102,29 @@ TEST(StartupTest, RefusedCameraIsNeverReported) {
         EXPECT_EQ(tv.ctl({"lumacast", "getZoomSwitch"}).out, "false\n");
         const std::string status = tv.camsim("status");
         EXPECT_NE(status.find("connections=0 "), std::string::npos) << status;
+    });
+}
+
+TEST(StartupTest, ClientsReportADaemonThatDiedAsGone) {
+    onFakeTv([](FakeTv& tv) {
+        plugAndWait(tv, test::kAcceptedCamera, "none");
+        // A camera that never answers keeps the call waiting inside the daemon.
+        ASSERT_EQ(tv.camsim("rule 14 silent"), "ok");
+        std::string why;
+        auto listener = tv.startCtl({"listen"}, tv.path("listen.out"), &why);
+        ASSERT_NE(listener, nullptr) << why;
+        auto caller = tv.startCtl({"lumacast", "setZoomMode", "1", "2"}, tv.path("call.out"), &why);
+        ASSERT_NE(caller, nullptr) << why;
+        ASSERT_TRUE(tv.waitForLog("LumacastService::setZoomMode  ", kDataMs));
+        tv.stopDaemon();
+        // Exit status 3: the service is gone, which scripts can tell from a refused call.
+        const int listenStatus = listener->wait(10000);
+        const int callStatus = caller->wait(10000);
+        ASSERT_TRUE(WIFEXITED(listenStatus)) << demo::Process::describe(listenStatus);
+        EXPECT_EQ(WEXITSTATUS(listenStatus), 3);
+        ASSERT_TRUE(WIFEXITED(callStatus)) << demo::Process::describe(callStatus);
+        EXPECT_EQ(WEXITSTATUS(callStatus), 3);
+        EXPECT_EQ(tv.ctl({"--wait", "0", "lumacast", "getZoomSwitch"}).exitCode, 3);
     });
 }
 
