@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <kora/lumacast/BnLumacastCallback.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -139,6 +140,16 @@ class RecordingListener : public kora::lumacast::BnLumacastCallback {
     std::vector<std::string> mAi;
     std::vector<size_t> mProto;
 };
+
+// Waits until camsim's status line holds `text` ("connected=1", "connections=2 ").
+inline bool waitForCamsim(FakeTv& tv, const std::string& text, int timeoutMs) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (tv.camsim("status").find(text) == std::string::npos) {
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        usleep(20 * 1000);
+    }
+    return true;
+}
 
 // The command texts camsim has received so far, in order.
 inline std::vector<std::string> camsimCommands(FakeTv& tv) {

@@ -24,15 +24,6 @@ sp<ILumacast> lumacastService() {
             android::defaultServiceManager()->getService(android::String16("lumacastservice")));
 }
 
-bool waitForCamsim(FakeTv& tv, const std::string& text, int timeoutMs) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (tv.camsim("status").find(text) == std::string::npos) {
-        if (std::chrono::steady_clock::now() >= deadline) return false;
-        usleep(20 * 1000);
-    }
-    return true;
-}
-
 TEST(LinkTest, CameraDroppingTheConnectionIsReconnectedAndStreamsAgain) {
     onFakeTv([](FakeTv& tv) {
         plugAndWait(tv);
@@ -115,6 +106,7 @@ TEST(LinkTest, HeartbeatEveryTwoSecondsOnlyForModelsThatNeedIt) {
 
         // A model that needs it: the next command arms the 2000 ms timer for good.
         plugAndWait(tv, test::kAcceptedCamera, "none");
+        ASSERT_TRUE(waitForCamsim(tv, "connected=1", kDataMs));
         ASSERT_TRUE(service->setZoomSwitch(true, &ok).isOk());
         EXPECT_TRUE(ok);
         const auto beats = watchHeartbeats(tv, 3, 9000ms);

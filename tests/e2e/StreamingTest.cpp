@@ -53,6 +53,10 @@ TEST(StreamingTest, PlugCommandStreamUnplugTwice) {
         for (int cycle = 0; cycle < 2; ++cycle) {
             SCOPED_TRACE("cycle " + std::to_string(cycle));
             plugAndWait(tv);
+            if (cycle > 0) {
+                // The link's read loop waited for the camera and connects again by itself.
+                ASSERT_TRUE(waitForCamsim(tv, "connected=1", kDataMs));
+            }
             ASSERT_EQ(tv.camsim("rule 16 param=7"), "ok");
             ASSERT_EQ(tv.camsim("rule 12 rval=-3"), "ok");
 

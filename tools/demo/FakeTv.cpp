@@ -131,6 +131,13 @@ bool FakeTv::setUp(std::string* why) {
     setenv("LUMACAST_PROPERTY_DIR", path("properties").c_str(), 1);
     if (!mDevice.setUp(why)) return false;
     mDeviceUp = true;
+    // The camera's software is up before its USB network: it can listen on its address
+    // before the TV sees the interface.
+    if (mDevice.runInCamera(std::string("ip addr add ") + test::FakeDevice::kCameraAddress +
+                            "/32 dev lo") != 0) {
+        *why = "camera address";
+        return false;
+    }
     return true;
 }
 
@@ -220,11 +227,14 @@ void FakeTv::tearDown() {
 }
 
 bool FakeTv::plug(const test::UsbProduct& product, const std::string& scene, std::string* why) {
+    // The camera boots while the TV enumerates its USB functions.
+    if (!startCamsim(scene, why)) return false;
     if (!mDevice.plug(product)) {
         *why = "the fake device refused the plug";
+        stopCamsim();
         return false;
     }
-    return startCamsim(scene, why);
+    return true;
 }
 
 bool FakeTv::unplug(std::string* why) {

@@ -51,7 +51,7 @@ class FakeTv {
 
     // The camera with both USB functions reporting `product`, as a kernel announces it; the
     // camera's software (camsim, `scene` "default" streaming frames and AI results, or "none")
-    // starts once its network is there.
+    // starts first, as it boots while the TV enumerates the device.
     bool plug(const test::UsbProduct& product, const std::string& scene, std::string* why);
     // The camera's functions go, in the kernel's order, and its software with them.
     bool unplug(std::string* why);
