@@ -2,6 +2,7 @@
 
 #include <binder/IServiceManager.h>
 #include <cutils/properties.h>
+#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -16,6 +17,7 @@
 
 #include <chrono>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <thread>
 
@@ -192,19 +194,52 @@ bool FakeTv::startDaemon(const std::string& devsimInit, std::string* why,
     return !waitForServices || this->waitForServices(kServiceWaitMs, why);
 }
 
+// Whether `pid` holds a kernel uevent socket (NETLINK_KOBJECT_UEVENT, 15) in this network
+// namespace: from then on it hears every plug and unplug.
+static bool listensForUevents(pid_t pid) {
+    std::set<std::string> inodes;
+    const std::string fdDir = "/proc/" + std::to_string(pid) + "/fd";
+    if (DIR* d = opendir(fdDir.c_str())) {
+        while (struct dirent* e = readdir(d)) {
+            char target[64];
+            const ssize_t n =
+                    readlink((fdDir + "/" + e->d_name).c_str(), target, sizeof(target) - 1);
+            if (n <= 0) continue;
+            target[n] = '\0';
+            if (strncmp(target, "socket:[", 8) == 0) {
+                inodes.insert(std::string(target + 8, strcspn(target + 8, "]")));
+            }
+        }
+        closedir(d);
+    }
+    std::istringstream table(readFile("/proc/net/netlink"));
+    std::string line;
+    std::getline(table, line);  // header
+    while (std::getline(table, line)) {
+        std::istringstream row(line);
+        std::string sk, eth, port, groups, rmem, wmem, dump, locks, drops, inode;
+        row >> sk >> eth >> port >> groups >> rmem >> wmem >> dump >> locks >> drops >> inode;
+        if (eth == "15" && inodes.count(inode) != 0) return true;
+    }
+    return false;
+}
+
 bool FakeTv::waitForServices(int timeoutMs, std::string* why) {
     const auto sm = android::defaultServiceManager();
     const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
     while (Clock::now() < deadline) {
         if (!daemonRunning(why)) return false;
+        // The watcher scans for a camera first and only then listens for uevents: a plug
+        // in between would go unheard, so the TV is ready once the daemon listens.
         if (sm->checkService(android::String16("lumacastservice")) != nullptr &&
             sm->checkService(android::String16("cameramotorservice")) != nullptr &&
-            access(path("devsim.sock").c_str(), F_OK) == 0) {
+            access(path("devsim.sock").c_str(), F_OK) == 0 && listensForUevents(mDaemon.pid())) {
             return true;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
-    *why = "lumacastd registered no services within " + std::to_string(timeoutMs) + " ms";
+    *why = "lumacastd did not register its services and listen for uevents within " +
+           std::to_string(timeoutMs) + " ms";
     return false;
 }
 

@@ -34,8 +34,9 @@ class FakeTv {
     // The fake device, with no camera plugged in.
     bool setUp(std::string* why);
     // lumacastd with devsim preloaded; `devsimInit` is devsim's start-up commands ("board
-    // cedar"). Returns once both services are registered, or, with `waitForServices` false,
-    // once it runs; `env` adds "NAME=value" entries to its environment.
+    // cedar"). Returns once both services are registered and the daemon listens for
+    // uevents, or, with `waitForServices` false, once it runs; `env` adds "NAME=value"
+    // entries to its environment.
     bool startDaemon(const std::string& devsimInit, std::string* why,
                      const std::vector<std::string>& env = {}, bool waitForServices = true);
     pid_t daemonPid() const { return mDaemon.pid(); }
