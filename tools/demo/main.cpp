@@ -3,6 +3,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <ftw.h>
 #include <poll.h>
 #include <signal.h>
 #include <stdio.h>
@@ -151,6 +152,11 @@ int sendControl(const char* path, const std::string& line) {
     close(fd);
     fputs(reply.c_str(), stdout);
     return reply.compare(0, 2, "ok") == 0 ? 0 : 1;
+}
+
+int removeEntry(const char* path, const struct stat*, int, struct FTW*) {
+    remove(path);
+    return 0;
 }
 
 void usage(FILE* out) {
@@ -430,7 +436,8 @@ int main(int argc, char** argv) {
                demo.steps(), dir.c_str());
         return 1;
     }
-    printf("\ndemo passed: all %d steps did what they should (logs in %s)\n", demo.steps(),
-           dir.c_str());
+    // The host keeps nothing of a run that went well.
+    nftw(dir.c_str(), removeEntry, 16, FTW_DEPTH | FTW_PHYS);
+    printf("\ndemo passed: all %d steps did what they should\n", demo.steps());
     return 0;
 }
