@@ -3,10 +3,13 @@
 #include "service/CameraMotorService.h"
 
 #include <cutils/properties.h>
+#include <errno.h>
 #include <log/log.h>
+#include <unistd.h>
 #include <utils/Unicode.h>
 
 #include <atomic>
+#include <mutex>
 
 #include "motor/IMotor.h"
 
@@ -23,6 +26,10 @@ constexpr const char* kStatusProperty = "persist.sys.kora.camera.status";
 // a released one, and no lock is held across motor calls that can take minutes.
 std::atomic<IMotor*> motorInstance{nullptr};
 
+// The board string that chose the driver, for dump only.
+std::mutex boardTypeMutex;
+std::string boardType;  // guarded by boardTypeMutex
+
 }  // namespace
 
 CameraMotorService::CameraMotorService() {
@@ -38,7 +45,11 @@ binder::Status CameraMotorService::set_client_type(const std::string& type) {
     // A second call keeps the chosen driver: the board does not change while the TV runs,
     // and releasing a driver other binder threads may be using is not safe.
     IMotor* motor = IMotor::getInstance(type);
-    if (motor != nullptr) motorInstance.store(motor);
+    if (motor != nullptr) {
+        motorInstance.store(motor);
+        std::lock_guard<std::mutex> lock(boardTypeMutex);
+        if (boardType.empty()) boardType = type;
+    }
     return binder::Status::ok();
 }
 
@@ -116,6 +127,34 @@ binder::Status CameraMotorService::mcu_upgrade(const std::string& path, int32_t*
     *result = 0;
     if (IMotor* motor = motorInstance.load()) *result = motor->motor_mcu_upgrade(path);
     return binder::Status::ok();
+}
+
+status_t CameraMotorService::dump(int fd, const Vector<String16>& /* args */) {
+    std::string board;
+    {
+        std::lock_guard<std::mutex> lock(boardTypeMutex);
+        board = boardType;
+    }
+    char status[PROPERTY_VALUE_MAX] = {};
+    property_get(kStatusProperty, status, "");
+    std::string text = "cameramotorservice (kora.lumacast.IKCameraMotor)\n";
+    if (motorInstance.load() != nullptr) {
+        text += "  driver: selected by board type \"" + board + "\"\n";
+    } else {
+        text += "  driver: none (no set_client_type with a known board model yet)\n";
+    }
+    text += std::string("  motor supported: ") +
+            (motorInstance.load() != nullptr && IMotor::is_support_motor() ? "yes" : "no") + "\n";
+    text += std::string("  ") + kStatusProperty + ": " + (status[0] != '\0' ? status : "(unset)") +
+            "\n";
+    size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t n = write(fd, text.data() + done, text.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return n < 0 ? -errno : UNKNOWN_ERROR;
+        done += static_cast<size_t>(n);
+    }
+    return OK;
 }
 
 }  // namespace lumacast

@@ -1,6 +1,9 @@
 #pragma once
 
 #include <binder/Status.h>
+#include <utils/Errors.h>
+#include <utils/String16.h>
+#include <utils/Vector.h>
 
 #include <string>
 
@@ -27,6 +30,9 @@ class CameraMotorService : public kora::lumacast::BnKCameraMotor {
     binder::Status get_status(bool* status) override;
     binder::Status get_mcu_version(std::string* version) override;
     binder::Status mcu_upgrade(const std::string& path, int32_t* result) override;
+
+    // dumpsys: the selected board model and the persisted flag; touches no hardware.
+    status_t dump(int fd, const Vector<String16>& args) override;
 };
 
 }  // namespace lumacast

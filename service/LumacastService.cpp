@@ -4,10 +4,15 @@
 
 #include <binder/IInterface.h>
 #include <cutils/properties.h>
+#include <errno.h>
 #include <log/log.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <string>
 
 #include "socket/CameraProtocol.h"
 
@@ -1017,6 +1022,74 @@ Status LumacastService::getZoomMode(std::string* _aidl_return) {
                 r.retWait, r.cmd, r.param, r.rval);
     }
     return Status::ok();
+}
+
+// ---- dump ----------------------------------------------------------------------------
+
+status_t LumacastService::dump(int fd, const Vector<String16>& /* args */) {
+    static const char* const kKindNames[COMMAND_KIND_COUNT] = {
+            "setZoomSwitch",  "getZoomSwitch",  "getAiAlgoList", "setAiSubscribeType",
+            "getAiSubscribeStatus", "setAiSubscribe", "getAiSubscribe", "grabFrame",
+            "sendDoa",        "setAutoFraming", "getAutoFraming", "setZoomMode",
+            "getZoomMode",    "setAiProperty",  "getAiProperty",
+    };
+    char usbStatus[PROPERTY_VALUE_MAX] = {};
+    property_get(kUsbStatusProperty, usbStatus, "");
+    char subscribeStatus[PROPERTY_VALUE_MAX] = {};
+    property_get(kSubscribeStatusProperty, subscribeStatus, "");
+
+    std::string text = "lumacastservice (kora.lumacast.ILumacast)\n";
+    text += std::string("  camera present: ") + (usbStatus[0] == '1' ? "yes" : "no") + " (" +
+            kUsbStatusProperty + "=" + (usbStatus[0] != '\0' ? usbStatus : "unset") + ")\n";
+    {
+        std::lock_guard<std::mutex> lock(mLinkMutex);
+        if (mSocketClient != nullptr) {
+            static const char* const kStates[] = {"DISCONNECT", "CONNECTED", "CONNECTTING"};
+            const int state = mSocketClient->connectState.load();
+            text += std::string("  link: ") + (state >= 0 && state <= 2 ? kStates[state] : "?") +
+                    ", camera flag " + (mSocketClient->cameraExit ? "set" : "clear") + "\n";
+        } else {
+            text += "  link: none (service destroyed)\n";
+        }
+        const bool keepAlive = mUSBEventInterrupt != nullptr && mUSBEventInterrupt->mKeepAlive;
+        const bool armed = mSocketTimer != nullptr && mSocketTimer->isStarted();
+        text += std::string("  camera model needs heartbeat: ") + (keepAlive ? "yes" : "no") + "\n";
+        text += std::string("  heartbeat: ") +
+                (armed ? "every " + std::to_string(kAliveIntervalMs) + " ms" : "not armed") + "\n";
+    }
+    // The fan-out holds the listener lock while a listener answers; a stuck listener must
+    // not make dumpsys hang too.
+    struct timespec deadline;
+    clock_gettime(CLOCK_REALTIME, &deadline);
+    deadline.tv_sec += 1;
+    if (pthread_mutex_timedlock(&mCallbackMutex, &deadline) == 0) {
+        const size_t listeners = mCallbacks.size();
+        pthread_mutex_unlock(&mCallbackMutex);
+        text += "  listeners: " + std::to_string(listeners) + "\n";
+    } else {
+        text += "  listeners: unknown (a delivery has held the list for over 1 s)\n";
+    }
+    text += std::string("  ") + kSubscribeStatusProperty + ": " +
+            (subscribeStatus[0] != '\0' ? subscribeStatus : "unset") + "\n";
+    std::string waiting;
+    {
+        std::lock_guard<std::mutex> lock(mExchangeMutex);
+        for (int k = 0; k < COMMAND_KIND_COUNT; ++k) {
+            if (signalFor(static_cast<CommandKind>(k)) != nullptr) {
+                waiting += std::string(waiting.empty() ? "" : ", ") + kKindNames[k];
+            }
+        }
+    }
+    text += "  commands waiting for the camera: " + (waiting.empty() ? "none" : waiting) + "\n";
+
+    size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t n = write(fd, text.data() + done, text.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return n < 0 ? -errno : UNKNOWN_ERROR;
+        done += static_cast<size_t>(n);
+    }
+    return OK;
 }
 
 }  // namespace lumacast

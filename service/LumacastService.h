@@ -3,7 +3,10 @@
 #include <binder/Status.h>
 #include <pthread.h>
 #include <stdint.h>
+#include <utils/Errors.h>
+#include <utils/String16.h>
 #include <utils/StrongPointer.h>
+#include <utils/Vector.h>
 
 #include <mutex>
 #include <string>
@@ -77,6 +80,10 @@ class LumacastService : public kora::lumacast::BnLumacast {
     ::android::binder::Status getAutoFraming(bool* _aidl_return) override;
     ::android::binder::Status setZoomMode(int32_t param, int32_t mode, bool* _aidl_return) override;
     ::android::binder::Status getZoomMode(std::string* _aidl_return) override;
+
+    // dumpsys: camera, link, heartbeat, listeners and waiting commands; sends nothing to the
+    // camera.
+    ::android::status_t dump(int fd, const ::android::Vector<::android::String16>& args) override;
 
     void destroy();
     // Readiness of every camera command: camera present and link connected (connecting

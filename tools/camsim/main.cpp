@@ -200,6 +200,8 @@ int main(int argc, char** argv) {
             }
             ++index;
         }
+        // A peer accepted below has no entry in this round's poll set.
+        const size_t polledPeers = peers.size();
         if (controlFd >= 0) {
             if (fds[index].revents != 0) {
                 const int fd = accept4(controlFd, nullptr, nullptr, SOCK_CLOEXEC);
@@ -207,7 +209,7 @@ int main(int argc, char** argv) {
             }
             ++index;
         }
-        for (size_t i = 0; running && i < peers.size(); ++i, ++index) {
+        for (size_t i = 0; running && i < polledPeers; ++i, ++index) {
             if (fds[index].revents == 0) continue;
             const ssize_t n = read(peers[i].fd, buffer, sizeof(buffer));
             if (n <= 0) {

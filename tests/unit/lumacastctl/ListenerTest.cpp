@@ -1,0 +1,155 @@
+// The listener of `lumacastctl listen`: what it saves must be byte for byte what arrived,
+// its limit must fire once however callbacks race, and its verdict must follow the options.
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/TestEnv.h"
+#include "tools/lumacastctl/Listener.h"
+
+using android::sp;
+
+namespace lumacast::ctl {
+namespace {
+
+std::string readAll(FILE* f) {
+    fflush(f);
+    rewind(f);
+    std::string out;
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof(buf), f)) > 0) out.append(buf, n);
+    return out;
+}
+
+std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+std::string freshDir(const char* name) {
+    const std::string dir = test::testTempDir() + "/" + name;
+    mkdir(dir.c_str(), 0755);
+    return dir;
+}
+
+TEST(ListenerTest, SavesEveryCallbackByteForByteAndPrintsOneLineEach) {
+    ListenOptions options;
+    options.saveDir = freshDir("save");
+    FILE* out = tmpfile();
+    ASSERT_NE(out, nullptr);
+    sp<Listener> listener = new Listener(options, out, nullptr);
+
+    std::vector<uint8_t> frame(70000);
+    for (size_t i = 0; i < frame.size(); ++i) frame[i] = static_cast<uint8_t>(i * 7);
+    const std::vector<uint8_t> proto = {0x08, 0x96, 0x01, 0x00, 0xff};
+    // A newline inside the text must not split the printed line.
+    const std::string json = "{\"faces\":[1,\n2]}";
+    EXPECT_TRUE(listener->onFrame(3, 2, frame).isOk());
+    EXPECT_TRUE(listener->onFrame(3, 3, {}).isOk());
+    EXPECT_TRUE(listener->onProtoBuf(proto).isOk());
+    EXPECT_TRUE(listener->onAiData(json).isOk());
+
+    const std::string dir = options.saveDir;
+    EXPECT_EQ(readFile(dir + "/frame-000001.bin"), std::string(frame.begin(), frame.end()));
+    EXPECT_EQ(readFile(dir + "/frame-000002.bin"), "");
+    EXPECT_EQ(readFile(dir + "/proto-000001.bin"), std::string(proto.begin(), proto.end()));
+    EXPECT_EQ(readFile(dir + "/ai-000001.json"), json);
+
+    const Listener::Counts c = listener->counts();
+    EXPECT_EQ(c.events[Listener::kFrame], 2u);
+    EXPECT_EQ(c.bytes[Listener::kFrame], frame.size());
+    EXPECT_EQ(c.bytes[Listener::kProto], proto.size());
+    EXPECT_EQ(c.bytes[Listener::kAi], json.size());
+    EXPECT_EQ(listener->saveFailures(), 0u);
+
+    listener->printSummary();
+    const std::string text = readAll(out);
+    fclose(out);
+    EXPECT_NE(text.find("frame #1 blockCount=3 blockParam=2 bytes=70000"), std::string::npos);
+    EXPECT_NE(text.find("proto #1 bytes=5 [08 96 01 00 ff]"), std::string::npos);
+    EXPECT_NE(text.find("ai #1 {\"faces\":[1,.2]}"), std::string::npos) << text;
+    EXPECT_NE(text.find("counts: frame=2 ai=1 proto=1\n"), std::string::npos) << text;
+}
+
+TEST(ListenerTest, LimitFiresOnceWhenCallbacksRace) {
+    ListenOptions options;
+    options.count = 1000;
+    options.quiet = true;
+    std::atomic<int> fired{0};
+    FILE* out = tmpfile();
+    ASSERT_NE(out, nullptr);
+    sp<Listener> listener = new Listener(options, out, [&] { fired++; });
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            const std::vector<uint8_t> bytes(static_cast<size_t>(t + 1));
+            for (int i = 0; i < 400; ++i) {
+                if (t % 2 == 0) {
+                    listener->onFrame(1, i, bytes);
+                } else {
+                    listener->onAiData("{}");
+                }
+            }
+        });
+    }
+    for (auto& th : threads) th.join();
+    EXPECT_EQ(fired.load(), 1);
+    const Listener::Counts c = listener->counts();
+    EXPECT_EQ(c.total(), 1600u);
+    EXPECT_EQ(c.bytes[Listener::kFrame], 400u * 1 + 400u * 3);
+    EXPECT_TRUE(listener->satisfied());
+    fclose(out);
+}
+
+TEST(ListenerTest, VerdictFollowsCountRequireAndSaveFailures) {
+    FILE* out = tmpfile();
+    ASSERT_NE(out, nullptr);
+    {
+        ListenOptions options;
+        options.quiet = true;
+        options.count = 3;
+        options.requireAi = true;
+        sp<Listener> l = new Listener(options, out, nullptr);
+        l->onFrame(1, 0, {1});
+        l->onFrame(1, 0, {1});
+        l->onFrame(1, 0, {1});
+        EXPECT_FALSE(l->satisfied());  // enough callbacks, but no AI result
+        l->onAiData("{}");
+        EXPECT_TRUE(l->satisfied());
+    }
+    {
+        ListenOptions options;
+        options.quiet = true;
+        options.count = 5;
+        sp<Listener> l = new Listener(options, out, nullptr);
+        l->onProtoBuf({1, 2});
+        EXPECT_FALSE(l->satisfied());  // stopped before --count
+    }
+    {
+        // A folder that vanished: every callback is still counted, the run is not good.
+        ListenOptions options;
+        options.quiet = true;
+        options.saveDir = test::testTempDir() + "/no/such/folder";
+        sp<Listener> l = new Listener(options, out, nullptr);
+        l->onFrame(1, 0, {1, 2, 3});
+        l->onFrame(1, 1, {4});
+        EXPECT_EQ(l->counts().events[Listener::kFrame], 2u);
+        EXPECT_EQ(l->saveFailures(), 2u);
+        EXPECT_FALSE(l->satisfied());
+    }
+    fclose(out);
+}
+
+}  // namespace
+}  // namespace lumacast::ctl
