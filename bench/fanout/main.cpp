@@ -1,13 +1,16 @@
 // bench_fanout: what the streaming service's fan-out costs per listener. Frame blocks go
 // through processFrame to 1, 4 and 16 listeners, first in this process, then each in a
-// listener process of its own; the cost per listener is set against, in the same run, one
-// bare call of the same listener without the service (a direct call in process, one
-// binder transaction across processes).
+// listener process of its own; the cost is set against, in the same round, one bare call of
+// the same listener without the service (a direct call in process, one binder transaction
+// across processes).
 //
 //   bench_fanout [--smoke]
-// Lines: fanout_<inproc|xproc>_<n>_us_per_listener=..., and ratios against the bare cost
-// measured in the same round: across processes, cost per listener / one transaction; in
-// process, cost per delivery / (one copy of the block + n direct calls).
+// Lines: fanout_<inproc|xproc>_<n>_us_per_listener=..., and ratios (medians over rounds):
+//   fanout_xproc_<n>_ratio       cost per listener / one transaction
+//   fanout_inproc_<n>_ratio      cost per delivery / (one copy of the block + n calls)
+//   fanout_xproc_forwarded_ratio the fan-out to one listener over the very proxy the
+//                                baseline uses (through an in-process forwarder) / one
+//                                transaction: what the fan-out code itself adds
 // Every listener process counts what it receives; a count that differs fails the run.
 #include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
@@ -24,6 +27,7 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -60,6 +64,21 @@ class LocalListener : public android::BnInterface<ILumacastCallback> {
     }
 };
 
+// Hands every frame to another listener: lets the bench run the service's fan-out over the
+// very proxy it uses for the bare baseline.
+class Forwarder : public android::BnInterface<ILumacastCallback> {
+  public:
+    explicit Forwarder(sp<ILumacastCallback> to) : mTo(std::move(to)) {}
+    Status onAiData(const std::string&) override { return Status::ok(); }
+    Status onProtoBuf(const std::vector<uint8_t>&) override { return Status::ok(); }
+    Status onFrame(int32_t count, int32_t param, const std::vector<uint8_t>& data) override {
+        return mTo->onFrame(count, param, data);
+    }
+
+  private:
+    sp<ILumacastCallback> mTo;
+};
+
 // --- listener process -------------------------------------------------------------------
 
 // A listener as an application writes it, answering the three calls by hand.
@@ -85,6 +104,33 @@ bool callService(const sp<IBinder>& service, uint32_t code, const sp<IBinder>& l
            reply.readBool();
 }
 
+// Keeps the listener binders that listener processes hand in, so the bench calls them
+// through the same kind of reference the service holds.
+class Collector : public BBinder {
+  public:
+    sp<IBinder> get(int index) {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return index < static_cast<int>(mBinders.size()) ? mBinders[index] : nullptr;
+    }
+
+  protected:
+    status_t onTransact(uint32_t, const Parcel& data, Parcel*, uint32_t) override {
+        const int32_t index = data.readInt32();
+        sp<IBinder> binder;
+        if (index < 0 || index >= 16 || data.readStrongBinder(&binder) != OK) {
+            return android::BAD_VALUE;
+        }
+        std::lock_guard<std::mutex> lock(mMutex);
+        if (mBinders.size() <= static_cast<size_t>(index)) mBinders.resize(index + 1);
+        mBinders[index] = binder;
+        return OK;
+    }
+
+  private:
+    std::mutex mMutex;
+    std::vector<sp<IBinder>> mBinders;
+};
+
 // Commands on stdin, one byte each: r register, u unregister and report the frame count
 // (as text, on stdout), q quit.
 int listenerMain(int index) {
@@ -93,9 +139,14 @@ int listenerMain(int index) {
             android::defaultServiceManager()->getService(String16(kServiceName));
     if (service == nullptr) return 1;
     sp<RemoteListener> listener = new RemoteListener;
-    // Also published, so that the bench can call it directly for the baseline.
-    const std::string name = "bench.listener." + std::to_string(index);
-    android::defaultServiceManager()->addService(String16(name.c_str()), listener);
+    // Also handed to the bench, which calls it directly for the baseline.
+    const sp<IBinder> collector =
+            android::defaultServiceManager()->getService(String16(u"bench.collector"));
+    Parcel data;
+    Parcel reply;
+    data.writeInt32(index);
+    data.writeStrongBinder(listener);
+    if (collector == nullptr || collector->transact(1, data, &reply) != OK) return 1;
     char command;
     while (read(0, &command, 1) == 1) {
         if (command == 'r' && !callService(service, 1, listener)) return 1;
@@ -196,6 +247,8 @@ int main(int argc, char** argv) {
     android::ProcessState::self()->startThreadPool();
     sp<LumacastService> service = new LumacastService;
     android::defaultServiceManager()->addService(String16(kServiceName), service);
+    sp<Collector> collector = new Collector;
+    android::defaultServiceManager()->addService(String16(u"bench.collector"), collector);
     std::vector<uint8_t> block(kBlock, 0x5a);
     auto deliver = [&] { service->processFrame(1, 0, block.data(), static_cast<int>(kBlock)); };
 
@@ -229,15 +282,32 @@ int main(int argc, char** argv) {
     for (int i = 0; i < 16; ++i) children.push_back(spawnListener(i));
     int failures = 0;
     {
-        const sp<IBinder> direct =
-                android::defaultServiceManager()->getService(String16(u"bench.listener.0"));
+        sp<IBinder> direct;
+        for (int i = 0; i < 500 && direct == nullptr; ++i) {
+            direct = collector->get(0);
+            if (direct == nullptr) usleep(10 * 1000);
+        }
         if (direct == nullptr) {
             fprintf(stderr, "listener process did not start\n");
             return 1;
         }
         const sp<ILumacastCallback> proxy = ILumacastCallback::asInterface(direct);
+        // The service's fan-out to that same proxy, through an in-process forwarder: what
+        // the fan-out itself adds to one transaction.
+        {
+            sp<Forwarder> forwarder = new Forwarder(proxy);
+            bool ok = false;
+            service->setCallback(forwarder, &ok);
+            std::vector<double> ratios;
+            for (int r = 0; r < rounds; ++r) {
+                const double bare = usPerCall(remoteCalls, [&] { proxy->onFrame(1, 0, block); });
+                ratios.push_back(usPerCall(remoteCalls, deliver) / bare);
+            }
+            service->removeCallback(forwarder, &ok);
+            printf("fanout_xproc_forwarded_ratio=%.3f\n", lumacast::bench::median(ratios));
+        }
+        long sent[16] = {2L * rounds * remoteCalls};  // received by listener 0 so far
         Series s;
-        long sent[16] = {};
         for (int r = 0; r < rounds; ++r) {
             s.bare.push_back(usPerCall(remoteCalls, [&] { proxy->onFrame(1, 0, block); }));
             sent[0] += remoteCalls;
