@@ -1,0 +1,611 @@
+// Soak: the real lumacastd on the fake TV for a fixed time (LUMACAST_SOAK_SECONDS, 60 by
+// default; any length by hand), under whatever sanitizer this build has, with everything
+// at once: client threads calling every streaming and motor method (with hostile
+// arguments among them), camsim pushing frames fast, the camera unplugged and plugged
+// every few hundred milliseconds, camsim dropping, resetting and refusing connections and
+// sending garbage, listener processes started and killed, firmware upgrades running.
+//
+// Passes only when the daemon never dies (a sanitizer report ends it), every call returns
+// within its bound, the daemon's memory and descriptors are the same between two quiet
+// points (after a warm-up and at the end), LeakSanitizer finds nothing in the running
+// daemon (asan build), and the daemon ends when asked. Prints what it did.
+#include <binder/IServiceManager.h>
+#include <binder/ProcessState.h>
+#include <ctype.h>
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <kora/lumacast/BnLumacastCallback.h>
+#include <kora/lumacast/IKCameraMotor.h>
+#include <kora/lumacast/ILumacast.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/FakeDevice.h"
+#include "tests/support/TestEnv.h"
+#include "tools/demo/FakeTv.h"
+
+namespace lumacast::soak {
+namespace {
+
+using android::sp;
+using android::String16;
+using android::binder::Status;
+using demo::FakeTv;
+using kora::lumacast::IKCameraMotor;
+using kora::lumacast::ILumacast;
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+// Generous bounds: a camera command waits up to 3 s for its answer; a slow sanitizer build
+// may add a lot to that, never minutes.
+constexpr auto kStreamingBound = 15s;
+constexpr auto kMotorBound = 30s;
+constexpr auto kUpgradeBound = 120s;
+constexpr auto kQuiesceBound = 60s;
+// Growth of the daemon's resident memory allowed between the two quiet points: allocator
+// caches and the sanitizer's own bookkeeping (ASan's quarantine is capped below; TSan's
+// shadow and history grow with what the run touched), not a leak of frames or listeners.
+#if defined(__SANITIZE_THREAD__)
+constexpr long kRssSlackKb = 96 * 1024;
+#else
+constexpr long kRssSlackKb = 48 * 1024;
+#endif
+
+int soakSeconds() {
+    const char* s = getenv("LUMACAST_SOAK_SECONDS");
+    const int v = s != nullptr ? atoi(s) : 0;
+    return v > 0 ? v : 60;
+}
+
+struct Counters {
+    std::atomic<long> streamingCalls{0};
+    std::atomic<long> motorCalls{0};
+    std::atomic<long> upgrades{0};
+    std::atomic<long> frames{0};
+    std::atomic<long> aiBlocks{0};
+    std::atomic<long> plugCycles{0};
+    std::atomic<long> camerasSeen{0};
+    std::atomic<long> reconnects{0};
+    std::atomic<long> listenersStarted{0};
+    std::atomic<long> listenersKilled{0};
+};
+
+class CountingListener : public kora::lumacast::BnLumacastCallback {
+  public:
+    explicit CountingListener(Counters* c) : mCounters(c) {}
+    Status onAiData(const std::string&) override {
+        ++mCounters->aiBlocks;
+        return Status::ok();
+    }
+    Status onProtoBuf(const std::vector<uint8_t>&) override {
+        ++mCounters->aiBlocks;
+        return Status::ok();
+    }
+    Status onFrame(int32_t, int32_t, const std::vector<uint8_t>&) override {
+        ++mCounters->frames;
+        return Status::ok();
+    }
+
+  private:
+    Counters* mCounters;
+};
+
+// Lets the main thread stop every client between two calls, to look at a quiet daemon.
+class Gate {
+  public:
+    // Waits while paused; false once the run is over.
+    bool enter() {
+        std::unique_lock<std::mutex> lock(mMutex);
+        mCond.wait(lock, [this] { return !mPaused || mOver; });
+        if (mOver) return false;
+        ++mActive;
+        return true;
+    }
+    void leave() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        --mActive;
+        mCond.notify_all();
+    }
+    // Until no client is inside a call; false after the bound.
+    bool pause() {
+        std::unique_lock<std::mutex> lock(mMutex);
+        mPaused = true;
+        return mCond.wait_for(lock, kQuiesceBound, [this] { return mActive == 0; });
+    }
+    void resume() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mPaused = false;
+        mCond.notify_all();
+    }
+    void finish() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mOver = true;
+        mCond.notify_all();
+    }
+    bool over() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mOver;
+    }
+
+  private:
+    std::mutex mMutex;
+    std::condition_variable mCond;
+    bool mPaused = false;
+    bool mOver = false;
+    int mActive = 0;
+};
+
+// The slowest call of each method, and every call that broke its bound.
+class Timings {
+  public:
+    template <typename F>
+    void time(const std::string& name, std::chrono::milliseconds bound, F call) {
+        const auto start = Clock::now();
+        const Status status = call();
+        const auto took =
+                std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
+        std::lock_guard<std::mutex> lock(mMutex);
+        mWorst[name] = std::max(mWorst[name], took);
+        if (took > bound) {
+            mBroken.push_back(name + " took " + std::to_string(took.count()) + " ms");
+        }
+        // Every operation answers ok; anything else means the transport failed.
+        if (!status.isOk()) mBroken.push_back(name + ": " + status.toString8().c_str());
+    }
+    std::vector<std::string> broken() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mBroken;
+    }
+    std::string worst() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        std::string out;
+        for (const auto& [name, ms] : mWorst) {
+            out += " " + name + "=" + std::to_string(ms.count());
+        }
+        return out;
+    }
+
+  private:
+    std::mutex mMutex;
+    std::map<std::string, std::chrono::milliseconds> mWorst;
+    std::vector<std::string> mBroken;
+};
+
+// Strings a client may send: ordinary ones, ones at and past the command buffer's limits,
+// and some that are not what the camera expects at all.
+std::string argument(std::mt19937& rng) {
+    switch (rng() % 6) {
+        case 0:
+            return "";
+        case 1:
+            return std::string(95 + rng() % 10, 'a');
+        case 2:
+            return std::string(185 + rng() % 20, 'b');
+        case 3:
+            return std::string(300, '{');
+        case 4:
+            return "\"quoted\",\"cmd_id\":1";
+        default:
+            return "face_detect=1";
+    }
+}
+
+// One streaming call picked by rng.
+void streamingCall(const sp<ILumacast>& s, Timings* t, std::mt19937& rng) {
+    bool b = false;
+    int32_t v = 0;
+    std::string text;
+    const int32_t a = static_cast<int32_t>(rng() % 5) - 1;
+    const auto bound = std::chrono::duration_cast<std::chrono::milliseconds>(kStreamingBound);
+    switch (rng() % 15) {
+        case 0:
+            t->time("setZoomSwitch", bound, [&] { return s->setZoomSwitch(a > 0, &b); });
+            break;
+        case 1:
+            t->time("getZoomSwitch", bound, [&] { return s->getZoomSwitch(&b); });
+            break;
+        case 2:
+            t->time("getAiAlgoList", bound, [&] { return s->getAiAlgoList(&v); });
+            break;
+        case 3:
+            t->time("setAiSubscribeType", bound, [&] { return s->setAiSubscribeType(a, &b); });
+            break;
+        case 4:
+            t->time("getAiSubscribeStatus", bound, [&] { return s->getAiSubscribeStatus(&v); });
+            break;
+        case 5:
+            t->time("setAiProperty", bound, [&] { return s->setAiProperty(argument(rng), &b); });
+            break;
+        case 6:
+            t->time("getAiProperty", bound, [&] { return s->getAiProperty(argument(rng), &text); });
+            break;
+        case 7:
+            t->time("setAiSubscribe", bound,
+                    [&] { return s->setAiSubscribe(a, argument(rng), &b); });
+            break;
+        case 8:
+            t->time("getAiSubscribe", bound, [&] { return s->getAiSubscribe(&text); });
+            break;
+        case 9:
+            t->time("grabFrame", bound, [&] { return s->grabFrame(a, argument(rng), &b); });
+            break;
+        case 10:
+            t->time("sendDoa", bound, [&] { return s->sendDoa(argument(rng), &b); });
+            break;
+        case 11:
+            t->time("setAutoFraming", bound, [&] { return s->setAutoFraming(a, &b); });
+            break;
+        case 12:
+            t->time("getAutoFraming", bound, [&] { return s->getAutoFraming(&b); });
+            break;
+        case 13:
+            t->time("setZoomMode", bound, [&] { return s->setZoomMode(a, a + 1, &b); });
+            break;
+        default:
+            t->time("getZoomMode", bound, [&] { return s->getZoomMode(&text); });
+            break;
+    }
+}
+
+void streamingClient(const sp<ILumacast>& s, Gate* gate, Timings* t, Counters* c, int seed) {
+    std::mt19937 rng(seed);
+    const sp<CountingListener> own = new CountingListener(c);
+    const auto bound = std::chrono::duration_cast<std::chrono::milliseconds>(kStreamingBound);
+    while (gate->enter()) {
+        bool b = false;
+        if (rng() % 4 == 0) {
+            // A listener comes for one call and goes again, so that no quiet point finds it.
+            t->time("setCallback", bound, [&] { return s->setCallback(own, &b); });
+            streamingCall(s, t, rng);
+            t->time("removeCallback", bound, [&] { return s->removeCallback(own, &b); });
+            c->streamingCalls += 3;
+        } else if (rng() % 8 == 0) {
+            // One that was never registered.
+            t->time("removeCallback", bound, [&] { return s->removeCallback(own, &b); });
+            ++c->streamingCalls;
+        } else {
+            streamingCall(s, t, rng);
+            ++c->streamingCalls;
+        }
+        gate->leave();
+    }
+}
+
+void motorClient(const sp<IKCameraMotor>& m, Gate* gate, Timings* t, Counters* c, int seed) {
+    std::mt19937 rng(seed);
+    const auto bound = std::chrono::duration_cast<std::chrono::milliseconds>(kMotorBound);
+    while (gate->enter()) {
+        int32_t v = 0;
+        bool b = false;
+        std::string text;
+        switch (rng() % 9) {
+            case 0:
+                t->time("motor_up", bound, [&] { return m->motor_up(&v); });
+                break;
+            case 1:
+                t->time("motor_down", bound, [&] { return m->motor_down(&v); });
+                break;
+            case 2:
+                t->time("get_motor_status", bound, [&] { return m->get_motor_status(&v); });
+                break;
+            case 3:
+                t->time("get_rise_time", bound, [&] { return m->get_rise_time(&v); });
+                break;
+            case 4:
+                t->time("get_switch_status", bound, [&] { return m->get_switch_status(&b); });
+                break;
+            case 5:
+                t->time("is_support_motor", bound, [&] { return m->is_support_motor(&b); });
+                break;
+            case 6:
+                t->time("set_status", bound, [&] { return m->set_status(rng() % 2 == 0); });
+                break;
+            case 7:
+                t->time("get_status", bound, [&] { return m->get_status(&b); });
+                break;
+            default:
+                t->time("get_mcu_version", bound, [&] { return m->get_mcu_version(&text); });
+                break;
+        }
+        ++c->motorCalls;
+        gate->leave();
+    }
+}
+
+void upgrader(const sp<IKCameraMotor>& m, const std::string& image, Gate* gate, Timings* t,
+              Counters* c) {
+    const auto bound = std::chrono::duration_cast<std::chrono::milliseconds>(kUpgradeBound);
+    while (gate->enter()) {
+        int32_t result = 0;
+        t->time("mcu_upgrade", bound, [&] { return m->mcu_upgrade(image, &result); });
+        ++c->upgrades;
+        gate->leave();
+    }
+}
+
+long daemonRssKb(pid_t pid) {
+    std::ifstream in("/proc/" + std::to_string(pid) + "/status");
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.compare(0, 6, "VmRSS:") == 0) return atol(line.c_str() + 6);
+    }
+    return -1;
+}
+
+long daemonFds(pid_t pid) {
+    const std::string path = "/proc/" + std::to_string(pid) + "/fd";
+    DIR* dir = opendir(path.c_str());
+    if (dir == nullptr) return -1;
+    long n = 0;
+    while (const dirent* e = readdir(dir)) n += e->d_name[0] != '.';
+    closedir(dir);
+    return n;
+}
+
+// The camera's side and the listener processes, driven from the main thread (the fake TV
+// is not shared between threads).
+class Chaos {
+  public:
+    Chaos(FakeTv* tv, Counters* c) : mTv(tv), mCounters(c), mRng(7) {}
+
+    void cycle() {
+        std::string why;
+        if (!mTv->plug(test::kAcceptedCamera, "default", &why)) {
+            ADD_FAILURE() << "plug: " << why;
+            return;
+        }
+        ++mCounters->plugCycles;
+        mTv->camsim("stream frame size=16384 rate=100");
+        // Unplugged before the daemon has even seen it, the camera would test nothing but
+        // the watcher (a sanitizer build may take a second to set the camera up).
+        if (mTv->waitForProperty("sys.kora.usb.status", "1", 5000)) ++mCounters->camerasSeen;
+        // Now and then a camera that stays long enough for commands to be answered.
+        const int pieces = mRng() % 5 == 0 ? 12 : 2 + mRng() % 3;
+        for (int i = 0; i < pieces; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(60 + mRng() % 120));
+            misbehave();
+            listeners();
+        }
+        countConnections();
+        if (!mTv->unplug(&why)) ADD_FAILURE() << "unplug: " << why;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50 + mRng() % 150));
+    }
+
+    // Ends every listener process, the polite way (it removes its listener) or not.
+    void quiet() {
+        for (auto& p : mListeners) stopListener(p.get());
+        mListeners.clear();
+    }
+
+  private:
+    void misbehave() {
+        switch (mRng() % 8) {
+            case 0:
+                mTv->camsim("drop");
+                break;
+            case 1:
+                mTv->camsim("drop reset");
+                break;
+            case 2:
+                mTv->camsim("refuse on");
+                std::this_thread::sleep_for(std::chrono::milliseconds(80));
+                mTv->camsim("refuse off");
+                break;
+            case 3:
+                mTv->camsim("garbage 200");
+                break;
+            case 4:
+                mTv->camsim("rule default delay=500");
+                break;
+            case 5:
+                mTv->camsim("clear-rules");
+                break;
+            default:
+                break;
+        }
+    }
+    void listeners() {
+        if (mListeners.size() < 3 && mRng() % 3 == 0) {
+            std::string why;
+            const std::string out = mTv->path("listen-" + std::to_string(mSequence++) + ".out");
+            auto p = mTv->startCtl({"listen", "--seconds", "30"}, out, &why);
+            if (p != nullptr) {
+                ++mCounters->listenersStarted;
+                mListeners.push_back(std::move(p));
+            }
+        } else if (!mListeners.empty() && mRng() % 3 == 0) {
+            stopListener(mListeners.front().get());
+            mListeners.erase(mListeners.begin());
+        }
+    }
+    void stopListener(demo::Process* p) {
+        // A killed listener stays in the daemon's list (it keeps no death notices); a
+        // interrupted one removes itself.
+        p->stop(mRng() % 2 == 0 ? SIGKILL : SIGINT, 5000);
+        ++mCounters->listenersKilled;
+    }
+    void countConnections() {
+        const std::string status = mTv->camsim("status");
+        const size_t at = status.find("connections=");
+        if (at != std::string::npos) mCounters->reconnects += atol(status.c_str() + at + 12);
+    }
+
+    FakeTv* mTv;
+    Counters* mCounters;
+    std::mt19937 mRng;
+    std::vector<std::unique_ptr<demo::Process>> mListeners;
+    int mSequence = 0;
+};
+
+struct QuietPoint {
+    long rssKb;
+    long fds;
+};
+
+QuietPoint quiesce(FakeTv& tv, Gate& gate, Chaos& chaos) {
+    EXPECT_TRUE(gate.pause()) << "a client call did not return";
+    chaos.quiet();
+    // Let the daemon see the camera gone and the dead listeners' sessions close.
+    std::this_thread::sleep_for(3s);
+    return QuietPoint{daemonRssKb(tv.daemonPid()), daemonFds(tv.daemonPid())};
+}
+
+// The first sanitizer report in the daemon's log, without the logcat lines of other
+// threads that run through it.
+std::string sanitizerReport(const std::string& log) {
+    size_t at = std::string::npos;
+    for (const char* marker : {"ERROR: AddressSanitizer", "ERROR: LeakSanitizer",
+                               "WARNING: ThreadSanitizer", "runtime error:"}) {
+        at = std::min(at, log.find(marker));
+    }
+    if (at == std::string::npos) return "";
+    std::istringstream in(log.substr(log.rfind('\n', at) + 1));
+    std::string report;
+    std::string line;
+    // Logcat lines begin "MM-DD hh:mm:ss.mmm".
+    while (std::getline(in, line) && report.size() < 20000) {
+        const bool logcat = line.size() > 5 && isdigit(static_cast<unsigned char>(line[0])) &&
+                            line[2] == '-' && line[5] == ' ';
+        if (!logcat) report += line + "\n";
+    }
+    return report;
+}
+
+// Starts the daemon with LeakCheckOnSignal preloaded and, in an asan build, leak detection
+// on (for the check on request) and a small quarantine, so that freed memory held back by
+// the sanitizer does not pass for growth; in a tsan build with tsan.supp.
+bool startDaemon(FakeTv& tv, std::string* why) {
+    std::vector<std::string> env = {"LD_PRELOAD=" SOAK_PRELOAD};
+    const char* asan = getenv("ASAN_OPTIONS");
+    const std::string options = asan != nullptr ? asan : "";
+    if (asan != nullptr) {
+        env.push_back("ASAN_OPTIONS=" + options +
+                      ":detect_leaks=1:quarantine_size_mb=16:malloc_context_size=12");
+        // The fake TV would add options of its own (leak detection off); one entry only.
+        unsetenv("ASAN_OPTIONS");
+    }
+    if (const char* tsan = getenv("TSAN_OPTIONS")) {
+        env.push_back(std::string("TSAN_OPTIONS=") + tsan +
+                      ":suppressions=" SOAK_TSAN_SUPPRESSIONS);
+    }
+    const bool ok = tv.startDaemon("board cedar", why, env);
+    if (asan != nullptr) setenv("ASAN_OPTIONS", options.c_str(), 1);
+    return ok;
+}
+
+void soak(FakeTv& tv) {
+    const int seconds = soakSeconds();
+    std::string why;
+    ASSERT_TRUE(startDaemon(tv, &why)) << why;
+    android::ProcessState::self()->startThreadPool();
+    const auto sm = android::defaultServiceManager();
+    const sp<ILumacast> streaming =
+            android::interface_cast<ILumacast>(sm->getService(String16("lumacastservice")));
+    const sp<IKCameraMotor> motor =
+            android::interface_cast<IKCameraMotor>(sm->getService(String16("cameramotorservice")));
+    ASSERT_NE(streaming, nullptr);
+    ASSERT_NE(motor, nullptr);
+    ASSERT_TRUE(motor->set_client_type("MT9652-CEDAR").isOk());
+    const std::string image = tv.path("mcu.bin");
+    {
+        std::string bytes(600, '\0');
+        for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 13 + 5);
+        std::ofstream(image, std::ios::binary) << bytes;
+    }
+
+    Counters counters;
+    Timings timings;
+    Gate gate;
+    sp<CountingListener> listener = new CountingListener(&counters);
+    bool ok = false;
+    ASSERT_TRUE(streaming->setCallback(listener, &ok).isOk());
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back(streamingClient, streaming, &gate, &timings, &counters, i + 1);
+    }
+    for (int i = 0; i < 2; ++i) {
+        threads.emplace_back(motorClient, motor, &gate, &timings, &counters, i + 11);
+    }
+    threads.emplace_back(upgrader, motor, image, &gate, &timings, &counters);
+
+    Chaos chaos(&tv, &counters);
+    const auto start = Clock::now();
+    const auto warmUpEnd = start + std::chrono::seconds(std::max(5, seconds / 6));
+    const auto end = start + std::chrono::seconds(seconds);
+    while (Clock::now() < warmUpEnd && tv.daemonRunning()) chaos.cycle();
+    const QuietPoint first = quiesce(tv, gate, chaos);
+    gate.resume();
+    while (Clock::now() < end && tv.daemonRunning()) chaos.cycle();
+    const QuietPoint last = quiesce(tv, gate, chaos);
+    gate.finish();
+    for (std::thread& t : threads) t.join();
+    streaming->removeCallback(listener, &ok);
+
+    const bool alive = tv.daemonRunning(&why);
+    EXPECT_TRUE(alive) << why;
+    for (const std::string& b : timings.broken()) ADD_FAILURE() << b;
+    EXPECT_LE(last.fds, first.fds) << "descriptors grew";
+    EXPECT_LE(last.rssKb - first.rssKb, kRssSlackKb) << "memory grew";
+
+    if (alive) {
+        // LeakCheckOnSignal: the daemon checks itself for leaks and ends.
+        kill(tv.daemonPid(), SIGUSR2);
+        const auto deadline = Clock::now() + 60s;
+        while (tv.daemonRunning(&why) && Clock::now() < deadline) std::this_thread::sleep_for(50ms);
+        EXPECT_NE(why.find("lumacastd exited 0"), std::string::npos)
+                << "the daemon did not end cleanly when asked: " << why;
+    }
+    const std::string report = sanitizerReport(tv.daemonLog());
+    EXPECT_EQ(report, "") << "sanitizer report in the daemon's log:\n" << report;
+
+    printf("soak: %d s; calls: streaming %ld, motor %ld, upgrades %ld; frames delivered %ld, AI "
+           "blocks %ld; plug cycles %ld (camera seen in %ld); reconnects %ld; listener "
+           "processes %ld started, %ld ended\n",
+           seconds, counters.streamingCalls.load(), counters.motorCalls.load(),
+           counters.upgrades.load(), counters.frames.load(), counters.aiBlocks.load(),
+           counters.plugCycles.load(), counters.camerasSeen.load(), counters.reconnects.load(),
+           counters.listenersStarted.load(), counters.listenersKilled.load());
+    printf("soak: daemon rss %ld -> %ld kB, descriptors %ld -> %ld; slowest calls (ms):%s\n",
+           first.rssKb, last.rssKb, first.fds, last.fds, timings.worst().c_str());
+    fflush(stdout);
+}
+
+TEST(SoakTest, DaemonUnderEverythingAtOnce) {
+    // Short: Unix socket paths live under it.
+    const std::string dir = test::testTempDir() + "/tv";
+    EXPECT_TRUE(test::runIsolated([&] {
+        ASSERT_EQ(mkdir(dir.c_str(), 0755), 0) << dir;
+        FakeTv tv(dir);
+        std::string why;
+        ASSERT_TRUE(tv.setUp(&why)) << why;
+        soak(tv);
+        if (::testing::Test::HasFailure()) {
+            const std::string log = tv.daemonLog();
+            const size_t from = log.size() > 6000 ? log.size() - 6000 : 0;
+            fprintf(stderr, "---- lumacastd log (end) ----\n%s\n", log.substr(from).c_str());
+        }
+    }));
+}
+
+}  // namespace
+}  // namespace lumacast::soak
