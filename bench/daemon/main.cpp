@@ -194,15 +194,7 @@ Streaming streamingRun(const std::string& tvDir, std::chrono::seconds length) {
 int main(int argc, char** argv) {
     // A namespace of its own, but not the link benchmarks' one: here the camera's address
     // belongs to the fake TV's camera, not to this side's loopback.
-    if (!lumacast::test::inTestNamespace()) {
-        std::string why;
-        if (lumacast::test::enterUserMountNetNamespace(&why) !=
-            lumacast::test::NamespaceResult::kEntered) {
-            printf("skipped: needs namespaces (%s)\n", why.c_str());
-            return lumacast::test::kSkipExitCode;
-        }
-    }
-    lumacast::test::setInterfaceUp("lo");
+    lumacast::test::enterNamespaceOrExit();
     const bool smoke = lumacast::bench::hasFlag(argc, argv, "--smoke");
     signal(SIGPIPE, SIG_IGN);
     // One folder for everything: this process's binder runtime reads its registry folder

@@ -19,15 +19,7 @@ namespace lumacast::bench {
 inline void enterBenchNamespace() {
     // The daemon's log lines would drown the figures; a benchmark has nobody to read them.
     setenv("LUMACAST_LOG_QUIET", "1", 0);
-    if (!lumacast::test::inTestNamespace()) {
-        std::string why;
-        if (lumacast::test::enterUserMountNetNamespace(&why) !=
-            lumacast::test::NamespaceResult::kEntered) {
-            printf("skipped: needs namespaces (%s)\n", why.c_str());
-            exit(lumacast::test::kSkipExitCode);
-        }
-    }
-    lumacast::test::setInterfaceUp("lo");
+    lumacast::test::enterNamespaceOrExit();
     // A private property store, so the service's properties touch nothing else.
     static std::string propertyDir = [] {
         char templ[] = "/tmp/lumacast-bench-XXXXXX";

@@ -16,14 +16,7 @@ namespace lumacast::fuzz {
 // a fresh namespace, also when already inside one. Exits with the skip code (77) where
 // namespaces are refused, unless LUMACAST_REQUIRE_NAMESPACES says they must work.
 inline void enterPrivateNamespace(bool cameraAddress) {
-    std::string why;
-    if (lumacast::test::enterUserMountNetNamespace(&why) !=
-        lumacast::test::NamespaceResult::kEntered) {
-        const char* require = getenv("LUMACAST_REQUIRE_NAMESPACES");
-        fprintf(stderr, "skipped: needs namespaces (%s)\n", why.c_str());
-        exit(require != nullptr && strcmp(require, "1") == 0 ? 1 : lumacast::test::kSkipExitCode);
-    }
-    lumacast::test::setInterfaceUp("lo");
+    lumacast::test::enterNamespaceOrExit(/*fresh=*/true);
     if (cameraAddress && lumacast::test::runCommand("ip addr add 192.168.111.10/32 dev lo") != 0) {
         fprintf(stderr, "cannot make the camera address local\n");
         exit(1);

@@ -56,6 +56,24 @@ bool inTestNamespace() {
     return v != nullptr && strcmp(v, "1") == 0;
 }
 
+void enterNamespaceOrExit(bool fresh) {
+    if (fresh || !inTestNamespace()) {
+        std::string why;
+        if (enterUserMountNetNamespace(&why) != NamespaceResult::kEntered) {
+            const char* require = getenv("LUMACAST_REQUIRE_NAMESPACES");
+            if (require != nullptr && strcmp(require, "1") == 0) {
+                fprintf(stderr, "namespaces refused (%s) but LUMACAST_REQUIRE_NAMESPACES=1\n",
+                        why.c_str());
+                exit(1);
+            }
+            printf("skipped: needs namespaces (%s)\n", why.c_str());
+            fflush(stdout);
+            exit(kSkipExitCode);
+        }
+    }
+    setInterfaceUp("lo");
+}
+
 int runInFreshNetns(const std::function<bool()>& fn) {
     fflush(nullptr);
     const pid_t pid = fork();

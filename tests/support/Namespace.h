@@ -15,6 +15,12 @@ NamespaceResult enterUserMountNetNamespace(std::string* why);
 // True once enterUserMountNetNamespace has succeeded in this process (or an ancestor).
 bool inTestNamespace();
 
+// For a program's main, before it starts any thread: enters a namespace as above (a fresh
+// one when `fresh`, otherwise only when not inside one already) and brings loopback up.
+// Where namespaces are refused it prints why and exits with kSkipExitCode, or with 1 when
+// LUMACAST_REQUIRE_NAMESPACES=1 says they must work here.
+void enterNamespaceOrExit(bool fresh = false);
+
 // Runs `fn` in a forked child that first enters a fresh network namespace of its own
 // (needs CAP_NET_ADMIN, which the test namespace gives). Returns the child's exit status:
 // 0 when fn returned true, 1 when it returned false, 2 when the namespace could not be
