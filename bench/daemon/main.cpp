@@ -194,6 +194,7 @@ Streaming streamingRun(const std::string& tvDir, std::chrono::seconds length) {
 int main(int argc, char** argv) {
     // A namespace of its own, but not the link benchmarks' one: here the camera's address
     // belongs to the fake TV's camera, not to this side's loopback.
+    lumacast::bench::holdCpusAwake();
     lumacast::test::enterNamespaceOrExit();
     const bool smoke = lumacast::bench::hasFlag(argc, argv, "--smoke");
     signal(SIGPIPE, SIG_IGN);

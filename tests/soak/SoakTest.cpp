@@ -513,20 +513,24 @@ std::string sanitizerReport(const std::string& log) {
 bool startDaemon(FakeTv& tv, std::string* why) {
     std::vector<std::string> env = {"LD_PRELOAD=" SOAK_PRELOAD, "SOAK_HEAP_FILE=" + tv.path("heap"),
                                     "SOAK_HEAP_PROFILE=1"};
+    // Run by hand, the sanitizer options of ctest's presets may be missing here.
+    const auto withOptions = [](const char* name, const std::string& ours) {
+        const char* given = getenv(name);
+        return std::string(name) + "=" + (given != nullptr ? std::string(given) + ":" : "") + ours;
+    };
+#if defined(__SANITIZE_ADDRESS__)
+    env.push_back(withOptions("ASAN_OPTIONS",
+                              "detect_leaks=1:quarantine_size_mb=16:malloc_context_size=12"));
+#endif
+#if defined(__SANITIZE_THREAD__)
+    env.push_back(withOptions("TSAN_OPTIONS", "suppressions=" SOAK_TSAN_SUPPRESSIONS));
+#endif
+    // The fake TV would add ASAN_OPTIONS of its own (leak detection off); one entry only.
     const char* asan = getenv("ASAN_OPTIONS");
-    const std::string options = asan != nullptr ? asan : "";
-    if (asan != nullptr) {
-        env.push_back("ASAN_OPTIONS=" + options +
-                      ":detect_leaks=1:quarantine_size_mb=16:malloc_context_size=12");
-        // The fake TV would add options of its own (leak detection off); one entry only.
-        unsetenv("ASAN_OPTIONS");
-    }
-    if (const char* tsan = getenv("TSAN_OPTIONS")) {
-        env.push_back(std::string("TSAN_OPTIONS=") + tsan +
-                      ":suppressions=" SOAK_TSAN_SUPPRESSIONS);
-    }
+    const std::string saved = asan != nullptr ? asan : "";
+    unsetenv("ASAN_OPTIONS");
     const bool ok = tv.startDaemon("board cedar", why, env);
-    if (asan != nullptr) setenv("ASAN_OPTIONS", options.c_str(), 1);
+    if (asan != nullptr) setenv("ASAN_OPTIONS", saved.c_str(), 1);
     return ok;
 }
 
