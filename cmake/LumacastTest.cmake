@@ -1,5 +1,23 @@
 include(GoogleTest)
 
+# lumacast_sanitizer_runtime(VAR): the full path of this build's sanitizer runtime library
+# (libasan.so or libtsan.so), or "" in a build without one. A program that preloads
+# something into a sanitized process must put this first in LD_PRELOAD.
+function(lumacast_sanitizer_runtime var)
+    set(_runtime "")
+    if(LUMACAST_SANITIZE MATCHES "address")
+        set(_runtime libasan.so)
+    elseif(LUMACAST_SANITIZE MATCHES "thread")
+        set(_runtime libtsan.so)
+    endif()
+    set(_path "")
+    if(_runtime)
+        execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${_runtime}
+                        OUTPUT_VARIABLE _path OUTPUT_STRIP_TRAILING_WHITESPACE)
+    endif()
+    set(${var} "${_path}" PARENT_SCOPE)
+endfunction()
+
 # lumacast_add_test(NAME SOURCES a.cpp b.cpp LIBS x y [NAMESPACE] [TIMEOUT s] [LABELS l])
 # NAMESPACE: the binary re-executes itself inside a private user+mount+network namespace
 # (tests/support/NamespaceMain.cpp), so it may build a fake device without touching the host.

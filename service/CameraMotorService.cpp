@@ -12,6 +12,7 @@
 #include <mutex>
 
 #include "motor/IMotor.h"
+#include "service/DumpText.h"
 
 namespace android {
 namespace lumacast {
@@ -147,14 +148,7 @@ status_t CameraMotorService::dump(int fd, const Vector<String16>& /* args */) {
             (motorInstance.load() != nullptr && IMotor::is_support_motor() ? "yes" : "no") + "\n";
     text += std::string("  ") + kStatusProperty + ": " + (status[0] != '\0' ? status : "(unset)") +
             "\n";
-    size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t n = write(fd, text.data() + done, text.size() - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return n < 0 ? -errno : UNKNOWN_ERROR;
-        done += static_cast<size_t>(n);
-    }
-    return OK;
+    return writeDumpText(fd, text);
 }
 
 }  // namespace lumacast

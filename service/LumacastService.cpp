@@ -14,6 +14,7 @@
 
 #include <string>
 
+#include "service/DumpText.h"
 #include "socket/CameraProtocol.h"
 
 namespace android {
@@ -1028,10 +1029,21 @@ Status LumacastService::getZoomMode(std::string* _aidl_return) {
 
 status_t LumacastService::dump(int fd, const Vector<String16>& /* args */) {
     static const char* const kKindNames[COMMAND_KIND_COUNT] = {
-            "setZoomSwitch",  "getZoomSwitch",  "getAiAlgoList", "setAiSubscribeType",
-            "getAiSubscribeStatus", "setAiSubscribe", "getAiSubscribe", "grabFrame",
-            "sendDoa",        "setAutoFraming", "getAutoFraming", "setZoomMode",
-            "getZoomMode",    "setAiProperty",  "getAiProperty",
+            "setZoomSwitch",
+            "getZoomSwitch",
+            "getAiAlgoList",
+            "setAiSubscribeType",
+            "getAiSubscribeStatus",
+            "setAiSubscribe",
+            "getAiSubscribe",
+            "grabFrame",
+            "sendDoa",
+            "setAutoFraming",
+            "getAutoFraming",
+            "setZoomMode",
+            "getZoomMode",
+            "setAiProperty",
+            "getAiProperty",
     };
     char usbStatus[PROPERTY_VALUE_MAX] = {};
     property_get(kUsbStatusProperty, usbStatus, "");
@@ -1082,14 +1094,7 @@ status_t LumacastService::dump(int fd, const Vector<String16>& /* args */) {
     }
     text += "  commands waiting for the camera: " + (waiting.empty() ? "none" : waiting) + "\n";
 
-    size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t n = write(fd, text.data() + done, text.size() - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return n < 0 ? -errno : UNKNOWN_ERROR;
-        done += static_cast<size_t>(n);
-    }
-    return OK;
+    return writeDumpText(fd, text);
 }
 
 }  // namespace lumacast

@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "tests/e2e/E2eSupport.h"
+#include "tests/support/TestEnv.h"
 
 using android::sp;
 using kora::lumacast::ILumacast;
@@ -33,12 +34,7 @@ std::vector<std::string> withoutHeartbeats(const std::vector<std::string>& comma
     return out;
 }
 
-std::string readFile(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
+using lumacast::test::readFile;
 
 TEST(StreamingTest, PlugCommandStreamUnplugTwice) {
     onFakeTv([](FakeTv& tv) {

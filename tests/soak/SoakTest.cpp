@@ -513,11 +513,13 @@ std::string sanitizerReport(const std::string& log) {
 bool startDaemon(FakeTv& tv, std::string* why) {
     std::vector<std::string> env = {"LD_PRELOAD=" SOAK_PRELOAD, "SOAK_HEAP_FILE=" + tv.path("heap"),
                                     "SOAK_HEAP_PROFILE=1"};
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     // Run by hand, the sanitizer options of ctest's presets may be missing here.
     const auto withOptions = [](const char* name, const std::string& ours) {
         const char* given = getenv(name);
         return std::string(name) + "=" + (given != nullptr ? std::string(given) + ":" : "") + ours;
     };
+#endif
 #if defined(__SANITIZE_ADDRESS__)
     env.push_back(withOptions("ASAN_OPTIONS",
                               "detect_leaks=1:quarantine_size_mb=16:malloc_context_size=12"));

@@ -1,13 +1,14 @@
 #include "tests/support/TestEnv.h"
 
 #include <dirent.h>
+#include <gtest/gtest.h>
+#include <lumacast/host/PropertyStore.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
-
-#include <lumacast/host/PropertyStore.h>
+#include <fstream>
+#include <sstream>
 
 namespace lumacast::test {
 
@@ -73,6 +74,13 @@ void clearProperties() {
         unlink((dir + "/" + e->d_name).c_str());
     }
     closedir(d);
+}
+
+std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
 }
 
 }  // namespace lumacast::test

@@ -16,4 +16,7 @@ const std::string& testTempDir();
 // Deletes every property of the store.
 void clearProperties();
 
+// The whole content of a file, byte for byte; "" when it cannot be read.
+std::string readFile(const std::string& path);
+
 }  // namespace lumacast::test

@@ -22,6 +22,7 @@
 #include <thread>
 
 #include "tests/support/Namespace.h"
+#include "tests/support/TestEnv.h"
 
 namespace lumacast::demo {
 
@@ -32,12 +33,7 @@ using Clock = std::chrono::steady_clock;
 constexpr int kServiceWaitMs = 20000;
 constexpr int kControlReplyMs = 10000;
 
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
+using lumacast::test::readFile;
 
 std::string tail(const std::string& text, size_t lines) {
     size_t at = text.size();

@@ -23,6 +23,7 @@
 
 #include "tests/support/FakeDevice.h"
 #include "tests/support/Namespace.h"
+#include "tests/support/TestEnv.h"
 #include "tools/demo/FakeTv.h"
 
 using lumacast::demo::FakeTv;
@@ -32,12 +33,7 @@ namespace {
 volatile sig_atomic_t gStop = 0;
 void onSignal(int) { gStop = 1; }
 
-std::string readFile(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
+using lumacast::test::readFile;
 
 std::string trimmed(std::string s) {
     while (!s.empty() && (s.back() == '\n' || s.back() == ' ')) s.pop_back();

@@ -108,13 +108,6 @@ std::string devsimctl(const std::string& socket, const std::string& command, int
     return out;
 }
 
-std::string readFile(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
 TEST(DevsimPreloadTest, EnvironmentSetsUpTheBoardAndLogsTransfers) {
     mount("tmpfs", "/sys/class", "tmpfs", 0, nullptr);
     mkdir("/sys/class/gpio", 0755);

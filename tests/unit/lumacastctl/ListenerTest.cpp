@@ -30,12 +30,7 @@ std::string readAll(FILE* f) {
     return out;
 }
 
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
+using lumacast::test::readFile;
 
 std::string freshDir(const char* name) {
     const std::string dir = test::testTempDir() + "/" + name;
