@@ -126,18 +126,7 @@ class Recorder : public ILumacastClient {
 class Camera {
   public:
     Camera() {
-        mListenFd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        const int one = 1;
-        setsockopt(mListenFd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof(one));
-        sockaddr_in addr = {};
-        addr.sin_family = AF_INET;
-        addr.sin_port = htons(proto::CAMERA_PORT);
-        inet_pton(AF_INET, proto::CAMERA_ADDRESS, &addr.sin_addr);
-        if (bind(mListenFd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0 ||
-            listen(mListenFd, 4) != 0) {
-            perror("camera stand-in");
-            exit(1);
-        }
+        mListenFd = lumacast::fuzz::listenAsCamera();
         std::thread([this] { serve(); }).detach();
     }
 

@@ -118,6 +118,24 @@ int SocketClient::connectCamera(int* stage) {
     return fd;
 }
 
+void SocketClient::endConnectAttempt() {
+    std::lock_guard<std::mutex> lock(mStateMutex);
+    connectState = DISCONNECT;
+    mStateCond.notify_all();
+}
+
+int SocketClient::connectOrEnd(const char* socketFailed, const char* connectFailed) {
+    int stage = 0;
+    const int fd = connectCamera(&stage);
+    if (fd < 0) {
+        const int err = errno;
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, stage == 0 ? socketFailed : connectFailed,
+                            fd, strerror(err), err);
+        endConnectAttempt();
+    }
+    return fd;
+}
+
 bool SocketClient::installSocket(int fd) {
     std::unique_lock<std::mutex> lock(mStateMutex);
     if (mShutdownPending) {
@@ -184,31 +202,13 @@ bool SocketClient::init() {
     if (mThreadRead == nullptr || !mThreadRead->isInited()) {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
                             "SocketClient::init nullptr == mThreadRead err");
-        std::lock_guard<std::mutex> lock(mStateMutex);
-        connectState = DISCONNECT;
-        mStateCond.notify_all();
+        endConnectAttempt();
         return false;
     }
-    int stage = 0;
     __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient::init connect ");
-    const int fd = connectCamera(&stage);
-    if (fd < 0) {
-        const int err = errno;
-        if (stage == 0) {
-            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                                "SocketClient::init socket mSocketFD:%d failed!(%s,%d)", fd,
-                                strerror(err), err);
-        } else {
-            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                                "SocketClient::init connect retSocket:%d failed!(%s,%d)", fd,
-                                strerror(err), err);
-        }
-        std::lock_guard<std::mutex> lock(mStateMutex);
-        connectState = DISCONNECT;
-        mStateCond.notify_all();
-        return false;
-    }
-    if (!installSocket(fd)) return false;
+    const int fd = connectOrEnd("SocketClient::init socket mSocketFD:%d failed!(%s,%d)",
+                                "SocketClient::init connect retSocket:%d failed!(%s,%d)");
+    if (fd < 0 || !installSocket(fd)) return false;
 
     bool handOver = false;
     {
@@ -235,26 +235,10 @@ bool SocketClient::reconnect() {
         if (mShutdownPending || connectState != DISCONNECT) return false;
         connectState = CONNECTTING;
     }
-    int stage = 0;
     __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient::reconnect connect ");
-    const int fd = connectCamera(&stage);
-    if (fd < 0) {
-        const int err = errno;
-        if (stage == 0) {
-            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                                "SocketClient::reconnect socket socketFD:%d failed!(%s,%d)", fd,
-                                strerror(err), err);
-        } else {
-            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                                "SocketClient::reconnect connect ret:%d failed!(%s,%d)", fd,
-                                strerror(err), err);
-        }
-        std::lock_guard<std::mutex> lock(mStateMutex);
-        connectState = DISCONNECT;
-        mStateCond.notify_all();
-        return false;
-    }
-    if (!installSocket(fd)) return false;
+    const int fd = connectOrEnd("SocketClient::reconnect socket socketFD:%d failed!(%s,%d)",
+                                "SocketClient::reconnect connect ret:%d failed!(%s,%d)");
+    if (fd < 0 || !installSocket(fd)) return false;
     __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient::reconnect success");
     return true;
 }

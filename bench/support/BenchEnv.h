@@ -54,9 +54,8 @@ inline void enterBenchNamespace() {
     }();
     setenv("LUMACAST_PROPERTY_DIR", (propertyDir + "/properties").c_str(), 1);
     atexit([] { lumacast::test::runCommand("rm -rf '" + propertyDir + "'"); });
-    const int rc = lumacast::test::runCommand("ip addr add 192.168.111.10/32 dev lo 2>/dev/null");
-    if (rc != 0 && rc != 2) {
-        fprintf(stderr, "cannot make the camera address local (ip: %d)\n", rc);
+    if (!lumacast::test::putCameraAddressOnLoopback()) {
+        fprintf(stderr, "cannot make the camera address local\n");
         exit(1);
     }
 }

@@ -30,6 +30,11 @@ int runInFreshNetns(const std::function<bool()>& fn);
 // Brings an interface up (SIOCSIFFLAGS); false with errno set on failure.
 bool setInterfaceUp(const char* name);
 
+// Puts the camera's address, 192.168.111.10, on this namespace's loopback, so that a camsim
+// there serves the link's real address and port without a fake device. True once it is
+// there (also when it was already). Only ever inside a namespace of the test's own.
+bool putCameraAddressOnLoopback();
+
 // Runs a shell command; returns its exit status (or -1).
 int runCommand(const std::string& command);
 // Runs a command and returns its standard output.

@@ -91,12 +91,8 @@ inline std::string property(const char* key) {
 }
 
 inline void makeCameraAddressLocal() {
-    static bool done = false;
-    if (done) return;
     ASSERT_TRUE(inTestNamespace()) << "service tests must run inside their own namespace";
-    const int rc = runCommand("ip addr add 192.168.111.10/32 dev lo 2>/dev/null");
-    ASSERT_TRUE(rc == 0 || rc == 2) << "ip addr add failed: " << rc;
-    done = true;
+    ASSERT_TRUE(putCameraAddressOnLoopback()) << "cannot put the camera's address on lo";
 }
 
 // A service with camsim playing the camera on its real address; the camera is reported

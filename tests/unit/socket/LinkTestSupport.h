@@ -127,12 +127,8 @@ inline size_t openDescriptorCount() {
 // Puts the camera's address on the namespace's loopback once per test program, so the
 // link's real address and port are served by camsim inside this private namespace.
 inline void makeCameraAddressLocal() {
-    static bool done = false;
-    if (done) return;
     ASSERT_TRUE(inTestNamespace()) << "link tests must run inside their own namespace";
-    const int rc = runCommand("ip addr add 192.168.111.10/32 dev lo 2>/dev/null");
-    ASSERT_TRUE(rc == 0 || rc == 2) << "ip addr add failed: " << rc;
-    done = true;
+    ASSERT_TRUE(putCameraAddressOnLoopback()) << "cannot put the camera's address on lo";
 }
 
 class LinkTest : public ::testing::Test {
