@@ -17,12 +17,16 @@
 
 namespace lumacast::test {
 
+// What the watcher logs when its scan finds neither camera function.
+constexpr const char* kEmptyScan =
+        "lumacast USBEventInterrupt::checkConnectedDevice videoId:-2, usbId:-2 not VANTIR_BOTH";
+
 // A USBEventInterrupt over a recording client, with its log captured. Meant for the inside
 // of runIsolated: the uevent socket is opened before the watcher starts, so nothing sent
 // after start() is lost, and a watcher that will not stop ends the child instead of
 // hanging the suite. Link lumacast_usb to use it.
 class WatcherSession {
-public:
+  public:
     WatcherSession() { uevent_init(); }
     ~WatcherSession() { stop(); }
     WatcherSession(const WatcherSession&) = delete;
@@ -66,7 +70,7 @@ public:
     host::LogCapture log;
     RecordingClient client;
 
-private:
+  private:
     static bool queued() {
         char byte;
         const ssize_t n = recv(uevent_get_fd(), &byte, 1, MSG_PEEK | MSG_DONTWAIT);

@@ -52,9 +52,18 @@ DEVSIM_UNINSTRUMENTED bool needsMode(int flags) {
     return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
 }
 
-DEVSIM_UNINSTRUMENTED bool simulatedPath(const char* path, DeviceKind* kind, int* bus) {
-    *kind = classify(path, bus);
-    return *kind != DeviceKind::None;
+// The mode an open call carries only when it may create a file; never read otherwise.
+DEVSIM_UNINSTRUMENTED mode_t modeArgument(int flags, va_list ap) {
+    return needsMode(flags) ? static_cast<mode_t>(va_arg(ap, int)) : 0;
+}
+
+// Opens `path` as a simulated device if it names one; false leaves the call to libc.
+DEVSIM_UNINSTRUMENTED bool openSimulated(const char* path, int flags, int* fd) {
+    int bus = -1;
+    const DeviceKind kind = classify(path, &bus);
+    if (kind == DeviceKind::None) return false;
+    *fd = openDevice(kind, bus, flags);
+    return true;
 }
 
 // sysfs ignores O_TRUNC and cannot create files; tmpfs does both, so value files are opened
@@ -113,58 +122,42 @@ void interposerLinked() {}
 extern "C" {
 
 DEVSIM_UNINSTRUMENTED int open(const char* path, int flags, ...) {
-    mode_t mode = 0;
-    if (needsMode(flags)) {
-        va_list ap;
-        va_start(ap, flags);
-        mode = static_cast<mode_t>(va_arg(ap, int));
-        va_end(ap);
-    }
-    DeviceKind kind;
-    int bus = -1;
-    if (simulatedPath(path, &kind, &bus)) return openDevice(kind, bus, flags);
+    va_list ap;
+    va_start(ap, flags);
+    const mode_t mode = modeArgument(flags, ap);
+    va_end(ap);
+    int fd = -1;
+    if (openSimulated(path, flags, &fd)) return fd;
     return next_open()(path, flags, mode);
 }
 
 DEVSIM_UNINSTRUMENTED int open64(const char* path, int flags, ...) {
-    mode_t mode = 0;
-    if (needsMode(flags)) {
-        va_list ap;
-        va_start(ap, flags);
-        mode = static_cast<mode_t>(va_arg(ap, int));
-        va_end(ap);
-    }
-    DeviceKind kind;
-    int bus = -1;
-    if (simulatedPath(path, &kind, &bus)) return openDevice(kind, bus, flags);
+    va_list ap;
+    va_start(ap, flags);
+    const mode_t mode = modeArgument(flags, ap);
+    va_end(ap);
+    int fd = -1;
+    if (openSimulated(path, flags, &fd)) return fd;
     return next_open64()(path, flags, mode);
 }
 
 DEVSIM_UNINSTRUMENTED int openat(int dirfd, const char* path, int flags, ...) {
-    mode_t mode = 0;
-    if (needsMode(flags)) {
-        va_list ap;
-        va_start(ap, flags);
-        mode = static_cast<mode_t>(va_arg(ap, int));
-        va_end(ap);
-    }
-    DeviceKind kind;
-    int bus = -1;
-    if (simulatedPath(path, &kind, &bus)) return openDevice(kind, bus, flags);
+    va_list ap;
+    va_start(ap, flags);
+    const mode_t mode = modeArgument(flags, ap);
+    va_end(ap);
+    int fd = -1;
+    if (openSimulated(path, flags, &fd)) return fd;
     return next_openat()(dirfd, path, flags, mode);
 }
 
 DEVSIM_UNINSTRUMENTED int openat64(int dirfd, const char* path, int flags, ...) {
-    mode_t mode = 0;
-    if (needsMode(flags)) {
-        va_list ap;
-        va_start(ap, flags);
-        mode = static_cast<mode_t>(va_arg(ap, int));
-        va_end(ap);
-    }
-    DeviceKind kind;
-    int bus = -1;
-    if (simulatedPath(path, &kind, &bus)) return openDevice(kind, bus, flags);
+    va_list ap;
+    va_start(ap, flags);
+    const mode_t mode = modeArgument(flags, ap);
+    va_end(ap);
+    int fd = -1;
+    if (openSimulated(path, flags, &fd)) return fd;
     return next_openat64()(dirfd, path, flags, mode);
 }
 

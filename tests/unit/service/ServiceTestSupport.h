@@ -90,17 +90,13 @@ inline std::string property(const char* key) {
     return value;
 }
 
-inline void makeCameraAddressLocal() {
-    ASSERT_TRUE(inTestNamespace()) << "service tests must run inside their own namespace";
-    ASSERT_TRUE(putCameraAddressOnLoopback()) << "cannot put the camera's address on lo";
-}
-
 // A service with camsim playing the camera on its real address; the camera is reported
 // present unless a test says otherwise.
 class ServiceTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        makeCameraAddressLocal();
+        // camsim serves the link's real address and port inside this namespace.
+        ASSERT_TRUE(putCameraAddressOnLoopback()) << "not inside a test namespace?";
         camera = std::make_unique<camsim::CameraSimulator>("192.168.111.10", 10001);
         std::string why;
         ASSERT_TRUE(camera->start(&why)) << why;

@@ -124,17 +124,11 @@ inline size_t openDescriptorCount() {
     return n;
 }
 
-// Puts the camera's address on the namespace's loopback once per test program, so the
-// link's real address and port are served by camsim inside this private namespace.
-inline void makeCameraAddressLocal() {
-    ASSERT_TRUE(inTestNamespace()) << "link tests must run inside their own namespace";
-    ASSERT_TRUE(putCameraAddressOnLoopback()) << "cannot put the camera's address on lo";
-}
-
 class LinkTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        makeCameraAddressLocal();
+        // camsim serves the link's real address and port inside this namespace.
+        ASSERT_TRUE(putCameraAddressOnLoopback()) << "not inside a test namespace?";
         camera = std::make_unique<camsim::CameraSimulator>("192.168.111.10", 10001);
         std::string why;
         ASSERT_TRUE(camera->start(&why)) << why;

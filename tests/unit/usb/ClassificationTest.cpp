@@ -13,15 +13,13 @@
 using android::lumacast::USBEventInterrupt;
 using lumacast::test::FakeDevice;
 using lumacast::test::kAcceptedCamera;
+using lumacast::test::kEmptyScan;
 using lumacast::test::kRefusedCamera;
 using lumacast::test::runIsolated;
 using lumacast::test::WatcherSession;
 using namespace std::chrono_literals;
 
 namespace {
-
-constexpr const char* kEmptyScan =
-        "lumacast USBEventInterrupt::checkConnectedDevice videoId:-2, usbId:-2 not VANTIR_BOTH";
 
 // Runs `body` against a watcher that found nothing on an empty fake device and now waits
 // for uevents that never come, so the test thread may call into it alone.

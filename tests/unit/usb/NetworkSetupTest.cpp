@@ -19,15 +19,13 @@
 using android::lumacast::USBEventInterrupt;
 using lumacast::test::commandOutput;
 using lumacast::test::FakeDevice;
+using lumacast::test::kEmptyScan;
 using lumacast::test::runCommand;
 using lumacast::test::runIsolated;
 using lumacast::test::WatcherSession;
 using namespace std::chrono_literals;
 
 namespace {
-
-constexpr const char* kEmptyScan =
-        "lumacast USBEventInterrupt::checkConnectedDevice videoId:-2, usbId:-2 not VANTIR_BOTH";
 
 // The tests' own `ip` calls name the tool by its path, so that only the product's go
 // through the shim below.
