@@ -2,6 +2,7 @@
 #include <lumacast/host/LogCapture.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -31,10 +32,17 @@ class BirchUpgradeTest : public MotorTest {
     // A frame as the MCU expects it, built here with zlib's CRC.
     static Bytes frame(uint8_t kid, const Bytes& payload) {
         const size_t len = 1 + payload.size() + 4;
-        Bytes f = {0x55, static_cast<uint8_t>(len), static_cast<uint8_t>(len >> 8), kid};
-        f.insert(f.end(), payload.begin(), payload.end());
+        // Sized once and filled in place: g++ 12 -O2 sees a false out-of-bounds copy when an
+        // empty payload is inserted after a braced initialiser.
+        Bytes f(3 + len);
+        f[0] = 0x55;
+        f[1] = static_cast<uint8_t>(len);
+        f[2] = static_cast<uint8_t>(len >> 8);
+        f[3] = kid;
+        std::copy(payload.begin(), payload.end(), f.begin() + 4);
         const uint32_t crc = zlibCrc(f.data() + 3, 1 + payload.size());
-        for (int i = 0; i < 4; ++i) f.push_back(static_cast<uint8_t>(crc >> (8 * i)));
+        for (size_t i = 0; i < 4; ++i)
+            f[4 + payload.size() + i] = static_cast<uint8_t>(crc >> (8 * i));
         return f;
     }
 
