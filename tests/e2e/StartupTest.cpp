@@ -124,7 +124,14 @@ TEST(StartupTest, ClientsReportADaemonThatDiedAsGone) {
         EXPECT_EQ(WEXITSTATUS(listenStatus), 3);
         ASSERT_TRUE(WIFEXITED(callStatus)) << demo::Process::describe(callStatus);
         EXPECT_EQ(WEXITSTATUS(callStatus), 3);
-        EXPECT_EQ(tv.ctl({"--wait", "0", "lumacast", "getZoomSwitch"}).exitCode, 3);
+        // Both name where they looked, so a shell without the daemon's directory shows.
+        const std::string where = "registered in " + tv.path("binder") + " (LUMACAST_BINDER_DIR)";
+        FakeTv::CtlResult r = tv.ctl({"--wait", "0", "lumacast", "getZoomSwitch"});
+        EXPECT_EQ(r.exitCode, 3);
+        EXPECT_NE(r.err.find("lumacastservice is not " + where), std::string::npos) << r.err;
+        r = tv.ctl({"list"});
+        EXPECT_EQ(r.exitCode, 3);
+        EXPECT_NE(r.err.find("no services are " + where), std::string::npos) << r.err;
     });
 }
 

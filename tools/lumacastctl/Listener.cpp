@@ -1,8 +1,10 @@
 #include "tools/lumacastctl/Listener.h"
 
+#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using android::binder::Status;
@@ -133,7 +135,7 @@ Status Listener::onAiData(const std::string& data) {
     if (!mOptions.saveDir.empty()) saved = save("ai", n, ".json", data.data(), data.size());
     if (!mOptions.quiet) {
         std::lock_guard<std::mutex> lock(mMutex);
-        fprintf(mOut, "ai #%llu %s%s%s\n", static_cast<unsigned long long>(n),
+        fprintf(mOut, "+%.3fs ai #%llu %s%s%s\n", elapsed(), static_cast<unsigned long long>(n),
                 printable(data).c_str(), saved.empty() ? "" : " -> ", saved.c_str());
     }
     return Status::ok();
@@ -145,8 +147,9 @@ Status Listener::onProtoBuf(const std::vector<uint8_t>& data) {
     if (!mOptions.saveDir.empty()) saved = save("proto", n, ".bin", data.data(), data.size());
     if (!mOptions.quiet) {
         std::lock_guard<std::mutex> lock(mMutex);
-        fprintf(mOut, "proto #%llu bytes=%zu [%s]%s%s\n", static_cast<unsigned long long>(n),
-                data.size(), hexHead(data).c_str(), saved.empty() ? "" : " -> ", saved.c_str());
+        fprintf(mOut, "+%.3fs proto #%llu bytes=%zu [%s]%s%s\n", elapsed(),
+                static_cast<unsigned long long>(n), data.size(), hexHead(data).c_str(),
+                saved.empty() ? "" : " -> ", saved.c_str());
     }
     return Status::ok();
 }
@@ -157,7 +160,7 @@ Status Listener::onFrame(int32_t blockCount, int32_t blockParam, const std::vect
     if (!mOptions.saveDir.empty()) saved = save("frame", n, ".bin", data.data(), data.size());
     if (!mOptions.quiet) {
         std::lock_guard<std::mutex> lock(mMutex);
-        fprintf(mOut, "frame #%llu blockCount=%d blockParam=%d bytes=%zu%s%s\n",
+        fprintf(mOut, "+%.3fs frame #%llu blockCount=%d blockParam=%d bytes=%zu%s%s\n", elapsed(),
                 static_cast<unsigned long long>(n), blockCount, blockParam, data.size(),
                 saved.empty() ? "" : " -> ", saved.c_str());
     }
@@ -209,22 +212,53 @@ void Listener::printSummary() {
         counts += std::string(k == 0 ? "" : " ") + kindName(static_cast<Kind>(k)) + "=" +
                   std::to_string(mCounts.events[k]);
     }
-    if (mSaveFailures != 0) {
-        fprintf(mOut, "  %llu callbacks could not be saved\n",
-                static_cast<unsigned long long>(mSaveFailures));
-    }
     // One line for scripts.
     fprintf(mOut, "counts: %s\n", counts.c_str());
     fflush(mOut);
 }
 
-bool Listener::satisfied() const {
+std::string Listener::shortfall() const {
     std::lock_guard<std::mutex> lock(mMutex);
-    if (mOptions.count != 0 && mCounts.total() < mOptions.count) return false;
-    if (mOptions.requireFrame && mCounts.events[kFrame] == 0) return false;
-    if (mOptions.requireAi && mCounts.events[kAi] == 0) return false;
-    if (mOptions.requireProto && mCounts.events[kProto] == 0) return false;
-    return mSaveFailures == 0;
+    std::string missing;
+    auto add = [&](const std::string& what) { missing += (missing.empty() ? "" : "; ") + what; };
+    if (mOptions.count != 0 && mCounts.total() < mOptions.count) {
+        add("stopped after " + std::to_string(mCounts.total()) + " of " +
+            std::to_string(mOptions.count) + " callbacks (--count)");
+    }
+    const bool required[kKindCount] = {mOptions.requireFrame, mOptions.requireAi,
+                                       mOptions.requireProto};
+    for (int k = 0; k < kKindCount; ++k) {
+        if (required[k] && mCounts.events[k] == 0) {
+            add(std::string("no ") + kindName(static_cast<Kind>(k)) + " arrived (--require)");
+        }
+    }
+    if (mSaveFailures != 0) {
+        add(std::to_string(mSaveFailures) + " callbacks could not be saved (--save)");
+    }
+    return missing;
+}
+
+bool Listener::prepareSaveDir(const std::string& dir, std::string* why) {
+    if (mkdir(dir.c_str(), 0755) != 0 && errno != EEXIST) {
+        *why = strerror(errno);
+        return false;
+    }
+    DIR* d = opendir(dir.c_str());
+    if (d == nullptr) {
+        *why = strerror(errno);
+        return false;
+    }
+    // Files of an earlier run would pass for this run's: numbering starts at 1 every time.
+    bool empty = true;
+    while (struct dirent* e = readdir(d)) {
+        if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0) {
+            empty = false;
+            break;
+        }
+    }
+    closedir(d);
+    if (!empty) *why = "it already holds files; give an empty or new folder";
+    return empty;
 }
 
 }  // namespace lumacast::ctl

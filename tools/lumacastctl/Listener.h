@@ -50,8 +50,12 @@ class Listener : public kora::lumacast::BnLumacastCallback {
     void printInterval();
     // Counts, rates and bytes over the whole run.
     void printSummary();
-    // Whether the run met --count and --require.
-    bool satisfied() const;
+    // What the run missed of --count, --require and --save, one clause each; empty when
+    // it met them all.
+    std::string shortfall() const;
+
+    // Makes `dir` ready for --save: created if missing, refused unless empty.
+    static bool prepareSaveDir(const std::string& dir, std::string* why);
 
     static const char* kindName(Kind kind);
 

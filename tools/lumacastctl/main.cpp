@@ -11,13 +11,13 @@
 #include <fcntl.h>
 #include <kora/lumacast/IKCameraMotor.h>
 #include <kora/lumacast/ILumacast.h>
+#include <lumacast/host/BinderDir.h>
 #include <lumacast/host/PropertyStore.h>
 #include <poll.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -85,6 +85,24 @@ void usage(FILE* out) {
             "stdout: true or false, a number, or the text; methods without a result print\n"
             "nothing. Camera commands wait up to 3 s for the camera's answer.\n"
             "\n"
+            "Motor:\n"
+            "  set_client_type TYPE picks the board's driver once per daemon run: the first of\n"
+            "  these found anywhere in TYPE decides (case matters), in this order:\n"
+            "    MT9652-BIRCH, MT9652-ELM   motor on GPIO lines; MCU (version, upgrade) on\n"
+            "                               /dev/i2c-2\n"
+            "    MT9652-CEDAR               motor run by the MCU on /dev/i2c-2\n"
+            "    RTD51M-FIR                 motor run by the MCU on /dev/i2c-1, camera switch\n"
+            "                               on the SoC's GPIO pin\n"
+            "  Any other text picks nothing; until a driver is picked every method gives a\n"
+            "  fixed default (get_motor_status 4, motor_up 0, is_support_motor false).\n"
+            "  Results of motor_up, motor_down and mcu_upgrade:\n"
+            "    0         success\n"
+            "    256       a GPIO value file could not be opened\n"
+            "    257       a buffer could not be allocated\n"
+            "    4096      a device could not be opened, or a step failed\n"
+            "    negative  the I2C transfer was refused (-errno of the bus)\n"
+            "  An mcu_upgrade blocks for minutes; give the daemon a path it can read.\n"
+            "\n"
             "Options:\n"
             "  --wait SECONDS   how long to wait for a service to be registered (default 5)\n"
             "  --expect VALUE   a call must print VALUE, or the exit status is 1\n"
@@ -93,23 +111,26 @@ void usage(FILE* out) {
             "  --count N        stop after N callbacks\n"
             "  --seconds T      stop after T seconds (fractions allowed)\n"
             "  --save DIR       write every frame block (frame-NNNNNN.bin), protobuf block\n"
-            "                   (proto-NNNNNN.bin) and AI JSON text (ai-NNNNNN.json) into DIR\n"
+            "                   (proto-NNNNNN.bin) and AI JSON text (ai-NNNNNN.json) into DIR,\n"
+            "                   which must be empty or new (so runs never mix)\n"
             "  --quiet          no line per callback, only the summary\n"
             "  --interval T     print counts and rates every T seconds\n"
             "  --require KINDS  comma-separated frame,ai,proto: each must arrive at least once\n"
-            "  Without --count or --seconds, listen runs until interrupted (Ctrl-C). It always\n"
-            "  removes its listener and ends with a summary and a line 'counts: frame=N ai=N\n"
-            "  proto=N'.\n"
+            "  Each callback prints one line, led by the seconds since listen began\n"
+            "  (+1.234s frame #1 ...). Without --count or --seconds, listen runs until\n"
+            "  interrupted (Ctrl-C). It always removes its listener and ends with a summary\n"
+            "  and a line 'counts: frame=N ai=N proto=N'.\n"
             "\n"
             "Properties live in $LUMACAST_PROPERTY_DIR, services in $LUMACAST_BINDER_DIR;\n"
-            "use the daemon's values.\n"
+            "export the daemon's values (scripts/demo --keep prints them). Unset, they are\n"
+            "/tmp/lumacast-properties-UID and /tmp/lumacast-binder-UID.\n"
             "\n"
             "Exit status:\n"
             "  0  done\n"
             "  1  done, but not as asked: --expect differs; listen stopped before --count,\n"
             "     missed a --require kind or could not save; setprop refused\n"
             "  2  usage: unknown command or method, wrong number or type of arguments\n"
-            "  3  service not registered, or it died during the call\n"
+            "  3  service not registered (list: none at all), or it died during the call\n"
             "  4  the call failed: a transaction error or an exception status\n",
             kLumacastService, kMotorService, kLumacastService);
 }
@@ -125,6 +146,15 @@ std::string serviceName(const std::string& word) {
     return word;
 }
 
+// Where services were looked for: a shell without the daemon's LUMACAST_BINDER_DIR is the
+// usual reason for finding none.
+std::string registryText() {
+    const char* env = getenv("LUMACAST_BINDER_DIR");
+    const std::string dir = lumacast::host::binderDir();
+    if (env != nullptr && env[0] != '\0') return dir + " (LUMACAST_BINDER_DIR)";
+    return dir + " (LUMACAST_BINDER_DIR is not set; export the daemon's value)";
+}
+
 sp<IBinder> findService(const std::string& name, double waitSeconds) {
     const sp<android::IServiceManager> sm = android::defaultServiceManager();
     const auto deadline = std::chrono::steady_clock::now() +
@@ -136,7 +166,8 @@ sp<IBinder> findService(const std::string& name, double waitSeconds) {
         if (std::chrono::steady_clock::now() >= deadline) break;
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
-    fprintf(stderr, "lumacastctl: service %s is not registered\n", name.c_str());
+    fprintf(stderr, "lumacastctl: service %s is not registered in %s\n", name.c_str(),
+            registryText().c_str());
     return nullptr;
 }
 
@@ -202,15 +233,6 @@ class ServiceDeath : public IBinder::DeathRecipient {
     std::atomic<bool> died{false};
 };
 
-bool makeDir(const std::string& path) {
-    if (mkdir(path.c_str(), 0755) == 0 || errno == EEXIST) {
-        struct stat st;
-        if (stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) return true;
-        errno = ENOTDIR;
-    }
-    return false;
-}
-
 int runListen(const std::vector<std::string>& words, double waitSeconds) {
     ListenOptions options;
     for (size_t i = 0; i < words.size(); ++i) {
@@ -260,9 +282,10 @@ int runListen(const std::vector<std::string>& words, double waitSeconds) {
             return usageError("unknown listen option '" + w + "'");
         }
     }
-    if (!options.saveDir.empty() && !makeDir(options.saveDir)) {
-        fprintf(stderr, "lumacastctl: cannot use %s: %s\n", options.saveDir.c_str(),
-                strerror(errno));
+    std::string why;
+    if (!options.saveDir.empty() && !Listener::prepareSaveDir(options.saveDir, &why)) {
+        fprintf(stderr, "lumacastctl: cannot save into %s: %s\n", options.saveDir.c_str(),
+                why.c_str());
         return kExitNotAsAsked;
     }
 
@@ -340,7 +363,9 @@ int runListen(const std::vector<std::string>& words, double waitSeconds) {
     binder->unlinkToDeath(death);
     listener->printSummary();
     if (interrupted) fprintf(stderr, "lumacastctl: interrupted\n");
-    if (exitCode == kExitOk && !listener->satisfied()) exitCode = kExitNotAsAsked;
+    const std::string missing = listener->shortfall();
+    if (!missing.empty()) fprintf(stderr, "lumacastctl: %s\n", missing.c_str());
+    if (exitCode == kExitOk && !missing.empty()) exitCode = kExitNotAsAsked;
     return exitCode;
 }
 
@@ -422,6 +447,10 @@ int runList() {
         if (binder == nullptr) continue;
         const std::string descriptor = android::String8(binder->getInterfaceDescriptor()).c_str();
         lines.push_back(std::string(android::String8(names[i]).c_str()) + ": [" + descriptor + "]");
+    }
+    if (lines.empty()) {
+        fprintf(stderr, "lumacastctl: no services are registered in %s\n", registryText().c_str());
+        return kExitNoService;
     }
     printf("Found %zu services:\n", lines.size());
     for (size_t i = 0; i < lines.size(); ++i) printf("%zu\t%s\n", i, lines[i].c_str());

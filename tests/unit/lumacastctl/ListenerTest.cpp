@@ -1,5 +1,6 @@
-// The listener of `lumacastctl listen`: what it saves must be byte for byte what arrived,
-// its limit must fire once however callbacks race, and its verdict must follow the options.
+// The listener of `lumacastctl listen`: what it saves must be byte for byte what arrived and
+// never mix with an earlier run, its limit must fire once however callbacks race, and its
+// verdict must follow the options.
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <sys/stat.h>
@@ -7,6 +8,7 @@
 
 #include <atomic>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -41,6 +43,8 @@ std::string freshDir(const char* name) {
 TEST(ListenerTest, SavesEveryCallbackByteForByteAndPrintsOneLineEach) {
     ListenOptions options;
     options.saveDir = freshDir("save");
+    std::string why;
+    ASSERT_TRUE(Listener::prepareSaveDir(options.saveDir, &why)) << why;
     FILE* out = tmpfile();
     ASSERT_NE(out, nullptr);
     sp<Listener> listener = new Listener(options, out, nullptr);
@@ -67,13 +71,32 @@ TEST(ListenerTest, SavesEveryCallbackByteForByteAndPrintsOneLineEach) {
     EXPECT_EQ(c.bytes[Listener::kProto], proto.size());
     EXPECT_EQ(c.bytes[Listener::kAi], json.size());
     EXPECT_EQ(listener->saveFailures(), 0u);
+    // A second run into the same folder would pass old files off as its own.
+    EXPECT_FALSE(Listener::prepareSaveDir(dir, &why));
+    EXPECT_NE(why.find("already holds files"), std::string::npos) << why;
+    EXPECT_FALSE(Listener::prepareSaveDir(dir + "/ai-000001.json", &why));
+    EXPECT_TRUE(Listener::prepareSaveDir(dir + "/new", &why)) << why;
 
     listener->printSummary();
     const std::string text = readAll(out);
     fclose(out);
-    EXPECT_NE(text.find("frame #1 blockCount=3 blockParam=2 bytes=70000"), std::string::npos);
-    EXPECT_NE(text.find("proto #1 bytes=5 [08 96 01 00 ff]"), std::string::npos);
-    EXPECT_NE(text.find("ai #1 {\"faces\":[1,.2]}"), std::string::npos) << text;
+    // Each callback line is led by its time since the listener began, never going back.
+    const std::regex line(R"(\+(\d+\.\d{3})s (\w+) #1 (.*)\n)");
+    std::vector<std::string> lines;
+    double last = 0;
+    for (auto it = std::sregex_iterator(text.begin(), text.end(), line);
+         it != std::sregex_iterator(); ++it) {
+        const double t = std::stod((*it)[1]);
+        EXPECT_GE(t, last);
+        last = t;
+        lines.push_back((*it)[2].str() + " " + (*it)[3].str());
+    }
+    EXPECT_EQ(lines,
+              (std::vector<std::string>{
+                      "frame blockCount=3 blockParam=2 bytes=70000 -> " + dir + "/frame-000001.bin",
+                      "proto bytes=5 [08 96 01 00 ff] -> " + dir + "/proto-000001.bin",
+                      "ai {\"faces\":[1,.2]} -> " + dir + "/ai-000001.json"}))
+            << text;
     EXPECT_NE(text.find("counts: frame=2 ai=1 proto=1\n"), std::string::npos) << text;
 }
 
@@ -103,7 +126,7 @@ TEST(ListenerTest, LimitFiresOnceWhenCallbacksRace) {
     const Listener::Counts c = listener->counts();
     EXPECT_EQ(c.total(), 1600u);
     EXPECT_EQ(c.bytes[Listener::kFrame], 400u * 1 + 400u * 3);
-    EXPECT_TRUE(listener->satisfied());
+    EXPECT_EQ(listener->shortfall(), "");
     fclose(out);
 }
 
@@ -115,13 +138,17 @@ TEST(ListenerTest, VerdictFollowsCountRequireAndSaveFailures) {
         options.quiet = true;
         options.count = 3;
         options.requireAi = true;
+        options.requireProto = true;
         sp<Listener> l = new Listener(options, out, nullptr);
         l->onFrame(1, 0, {1});
         l->onFrame(1, 0, {1});
         l->onFrame(1, 0, {1});
-        EXPECT_FALSE(l->satisfied());  // enough callbacks, but no AI result
+        // Enough callbacks, but not of the kinds required: the verdict names them.
+        EXPECT_EQ(l->shortfall(), "no ai arrived (--require); no proto arrived (--require)");
+        l->onProtoBuf({});
+        EXPECT_EQ(l->shortfall(), "no ai arrived (--require)");
         l->onAiData("{}");
-        EXPECT_TRUE(l->satisfied());
+        EXPECT_EQ(l->shortfall(), "");
     }
     {
         ListenOptions options;
@@ -129,7 +156,7 @@ TEST(ListenerTest, VerdictFollowsCountRequireAndSaveFailures) {
         options.count = 5;
         sp<Listener> l = new Listener(options, out, nullptr);
         l->onProtoBuf({1, 2});
-        EXPECT_FALSE(l->satisfied());  // stopped before --count
+        EXPECT_EQ(l->shortfall(), "stopped after 1 of 5 callbacks (--count)");
     }
     {
         // A folder that vanished: every callback is still counted, the run is not good.
@@ -141,7 +168,7 @@ TEST(ListenerTest, VerdictFollowsCountRequireAndSaveFailures) {
         l->onFrame(1, 1, {4});
         EXPECT_EQ(l->counts().events[Listener::kFrame], 2u);
         EXPECT_EQ(l->saveFailures(), 2u);
-        EXPECT_FALSE(l->satisfied());
+        EXPECT_EQ(l->shortfall(), "2 callbacks could not be saved (--save)");
     }
     fclose(out);
 }

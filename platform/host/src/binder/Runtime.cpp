@@ -8,6 +8,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <log/log.h>
+#include <lumacast/host/BinderDir.h>
 #include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -114,12 +115,6 @@ std::string makeToken() {
     return std::string(buf, static_cast<size_t>(n));
 }
 
-std::string binderDirFromEnv() {
-    const char* dir = getenv("LUMACAST_BINDER_DIR");
-    if (dir != nullptr && dir[0] != '\0') return dir;
-    return "/tmp/lumacast-binder-" + std::to_string(getuid());
-}
-
 bool isValidServiceName(const std::string& name) {
     if (name.empty() || name.size() > 127) return false;
     return std::all_of(name.begin(), name.end(), [](char c) {
@@ -194,7 +189,7 @@ Runtime& Runtime::get() {
     return *r;
 }
 
-Runtime::Runtime() : mPid(getpid()), mToken(makeToken()), mDir(binderDirFromEnv()) {}
+Runtime::Runtime() : mPid(getpid()), mToken(makeToken()), mDir(lumacast::host::binderDir()) {}
 
 // ---- registry files and the endpoint ----
 
@@ -412,3 +407,13 @@ Vector<String16> Runtime::listServices(int dumpPriority) {
 
 }  // namespace hostbinder
 }  // namespace android
+
+namespace lumacast::host {
+
+std::string binderDir() {
+    const char* dir = getenv("LUMACAST_BINDER_DIR");
+    if (dir != nullptr && dir[0] != '\0') return dir;
+    return "/tmp/lumacast-binder-" + std::to_string(getuid());
+}
+
+}  // namespace lumacast::host
