@@ -4,33 +4,24 @@
 //   DEVSIM_CONTROL=path     a Unix stream socket taking one command per connection
 //                           (tools/devsim/devsimctl)
 // The variables are removed once read, so children of the process (the daemon runs `ip`)
-// do not start a second server on the same socket.
-//
-// Commands:
-//   reset | board all|birch|cedar|damson|none | bus <n> present|missing
-//   refuse [bus=] [addr=] [reg=] [kind=any|write|read] [skip=] [count=] [errno=]
-//   clear-faults | venus present|missing|refuse|accept | pin <name> <value>
-//   birch version <n> | birch marker <byte> | birch version-crc good|bad
-//   birch ack [kid=] [skip=] [count=] [head=] [echo=] [status=] [crc=bad]
-//   birch status auto|<s>[,<s>...] | birch status-head good|bad | birch status-crc good|bad
-//   cedar <bus> state|rise <byte> | cedar <bus> version <text>
-//   cedar <bus> ready-after <n>|never | cedar <bus> reject-info <n>
-//   cedar <bus> reject-package <k> <n> | cedar <bus> reject-finish <n>
-//   time virtual|real | clock | transfers [n] | clear-log | stats
+// do not start a second server on the same socket. The commands are in CommandHelp.h.
 
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <map>
 #include <sstream>
 #include <thread>
 #include <vector>
 
+#include "tools/devsim/CommandHelp.h"
 #include "tools/devsim/DevSim.h"
 #include "tools/devsim/Simulator.h"
 
@@ -227,8 +218,105 @@ std::string runRefuse(Words& w) {
     return reply(w);
 }
 
-std::string stats() {
-    std::string out = "ok\nopen descriptors: " + std::to_string(openDescriptors()) +
+constexpr std::pair<const char*, Board> kBoards[] = {
+        {"all", Board::All},       {"birch", Board::Birch}, {"cedar", Board::Cedar},
+        {"damson", Board::Damson}, {"none", Board::None},
+};
+
+// "fired 2, 1 left" for a fault that is used up one answer at a time.
+std::string firedLeft(int fired, int left) {
+    return "fired " + std::to_string(fired) + ", " +
+           (left < 0 ? std::string("for ever") : std::to_string(left) + " left");
+}
+
+std::string describeFault(const Fault& f) {
+    auto field = [](const char* name, int v, bool hex) {
+        if (v < 0) return std::string();
+        char buf[32];
+        snprintf(buf, sizeof(buf), hex ? " %s=0x%02x" : " %s=%d", name, v);
+        return std::string(buf);
+    };
+    static const char* const kKinds[] = {"any", "write", "read"};
+    return "refuse" + field("bus", f.bus, false) + field("addr", f.addr, true) +
+           field("reg", f.reg, true) + " kind=" + kKinds[static_cast<int>(f.kind)] +
+           (f.skip > 0 ? field("skip", f.skip, false) : "") + field("errno", f.error, false) +
+           ": " + firedLeft(f.fired, f.count);
+}
+
+// Every fault that is armed or has fired, one line each; what the interposer and the
+// MCUs turned away since the last reset.
+std::vector<std::string> faultLines(const BoardStatus& b) {
+    std::vector<std::string> out;
+    for (const auto& [bus, present] : b.busPresent) {
+        const auto it = b.busRefusals.find(bus);
+        const int refused = it == b.busRefusals.end() ? 0 : it->second;
+        if (present != b.busByBoard.at(bus) || refused > 0) {
+            out.push_back("bus " + std::to_string(bus) + (present ? " present" : " missing") +
+                          ": refused " + std::to_string(refused) + " opens and transfers");
+        }
+    }
+    if (b.venusPresent != b.venusByBoard || b.venusRefuses || b.venusRefusals > 0) {
+        out.push_back(std::string("venus ") + (b.venusPresent ? "present" : "missing") +
+                      (b.venusRefuses ? ", refusing" : "") + ": refused " +
+                      std::to_string(b.venusRefusals) + " opens and pin reads");
+    }
+    for (const Fault& f : faults()) out.push_back(describeFault(f));
+    withBirch([&](BirchMcu& m) {
+        for (const BirchMcu::AckFault& f : m.ackFaults) {
+            out.push_back("birch ack kid=" + std::to_string(f.kid) + ": " +
+                          firedLeft(f.fired, f.count));
+        }
+        if (m.versionBadCrc || m.badVersionReplies > 0) {
+            out.push_back("birch version-crc " + std::string(m.versionBadCrc ? "bad" : "good") +
+                          ": " + std::to_string(m.badVersionReplies) + " bad replies");
+        }
+        if (m.statusBadHead || m.statusBadCrc || m.badStatusReplies > 0) {
+            out.push_back("birch status-head/crc: " + std::to_string(m.badStatusReplies) +
+                          " bad replies");
+        }
+        if (!m.statusReplies.empty()) {
+            out.push_back("birch status list: " + std::to_string(m.statusPolls) +
+                          " polls answered");
+        }
+    });
+    for (int bus : {kCedarBus, kDamsonBus}) {
+        withCedar(bus, [&](CedarMcu& m) {
+            const std::string head = "cedar " + std::to_string(bus) + " ";
+            if (m.readyAfterPolls != 0 || m.busyAnswers > 0) {
+                out.push_back(head + "ready-after " +
+                              (m.readyAfterPolls < 0 ? std::string("never")
+                                                     : std::to_string(m.readyAfterPolls)) +
+                              ": " + std::to_string(m.busyAnswers) + " polls answered busy");
+            }
+            if (m.infoRejects > 0 || m.infoRefused > 0) {
+                out.push_back(head + "reject-info: " + firedLeft(m.infoRefused, m.infoRejects));
+            }
+            std::map<uint32_t, std::pair<int, int>> packages;  // fired, left
+            for (const auto& [k, n] : m.packagesRefused) packages[k].first = n;
+            for (const auto& [k, n] : m.packageRejects) packages[k].second = n;
+            for (const auto& [k, fl] : packages) {
+                if (fl.first > 0 || fl.second > 0) {
+                    out.push_back(head + "reject-package " + std::to_string(k) + ": " +
+                                  firedLeft(fl.first, fl.second));
+                }
+            }
+            if (m.finishRejects > 0 || m.finishRefused > 0) {
+                out.push_back(head +
+                              "reject-finish: " + firedLeft(m.finishRefused, m.finishRejects));
+            }
+        });
+    }
+    return out;
+}
+
+std::string status() {
+    const BoardStatus b = boardStatus();
+    std::string board = "?";
+    for (const auto& [name, value] : kBoards) {
+        if (value == b.board) board = name;
+    }
+    std::string out = "ok\nboard: " + board + "\ntime: " + (b.virtualTime ? "virtual" : "real") +
+                      "\nopen descriptors: " + std::to_string(openDescriptors()) +
                       "\nclock us: " + std::to_string(nowUs()) +
                       "\ntransfers: " + std::to_string(transfers().size());
     withBirch([&](BirchMcu& m) {
@@ -243,6 +331,9 @@ std::string stats() {
                    std::to_string(m.received.size()) + (m.finished ? ", finished" : "");
         });
     }
+    const std::vector<std::string> faults = faultLines(b);
+    out += faults.empty() ? "\nfaults: none" : "\nfaults:";
+    for (const std::string& line : faults) out += "\n  " + line;
     return out;
 }
 
@@ -252,10 +343,6 @@ std::string run(Words& w) {
         reset();
     } else if (verb == "board") {
         const std::string b = w.word(1);
-        static const std::pair<const char*, Board> kBoards[] = {
-                {"all", Board::All},       {"birch", Board::Birch}, {"cedar", Board::Cedar},
-                {"damson", Board::Damson}, {"none", Board::None},
-        };
         bool found = false;
         for (const auto& [name, board] : kBoards) {
             if (b == name) {
@@ -310,8 +397,11 @@ std::string run(Words& w) {
     } else if (verb == "clear-log") {
         clearTransfers();
         clearPauses();
-    } else if (verb == "stats") {
-        return stats();
+    } else if (verb == "status" || verb == "stats") {
+        return status();
+    } else if (verb == "help") {
+        // Without its last newline: the server ends every reply with one.
+        return "ok\n" + std::string(kCommandHelp, sizeof(kCommandHelp) - 2);
     } else {
         w.fail("unknown command '" + verb + "'");
     }

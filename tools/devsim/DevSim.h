@@ -11,6 +11,7 @@
 #include <stdint.h>
 
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -54,6 +55,7 @@ struct Fault {
     int skip = 0;    // matching transfers let through first
     int count = -1;  // refusals; -1: for ever
     int error = EREMOTEIO;
+    int fired = 0;  // refusals made so far
 };
 
 struct Pause {
@@ -73,6 +75,21 @@ void setBusPresent(int bus, bool present);
 
 void addFault(const Fault& fault);
 void clearFaults();
+std::vector<Fault> faults();
+
+// The board's devices and what their absence or refusal turned away, for status reports.
+struct BoardStatus {
+    Board board = Board::All;
+    std::map<int, bool> busPresent;
+    std::map<int, bool> busByBoard;  // whether the board itself has the bus
+    bool venusPresent = true;
+    bool venusByBoard = true;
+    bool venusRefuses = false;
+    bool virtualTime = false;
+    std::map<int, int> busRefusals;  // opens and transfers refused: bus missing
+    int venusRefusals = 0;           // opens and pin reads refused: missing or refusing
+};
+BoardStatus boardStatus();
 
 void setVenusPresent(bool present);
 void setVenusRefuses(bool refuses);

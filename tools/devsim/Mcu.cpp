@@ -116,7 +116,10 @@ bool BirchMcu::read(uint8_t reg, uint8_t* out, size_t len) {
             reply[3] = static_cast<uint8_t>(version);
             reply[4] = static_cast<uint8_t>(version >> 8);
             uint32_t crc = crc32Of(reply + 3, 2);
-            if (versionBadCrc) crc ^= 0x1;
+            if (versionBadCrc) {
+                crc ^= 0x1;
+                ++badVersionReplies;
+            }
             putLe32(reply + 5, crc);
             answer(reply, 9, out, len);
             return true;
@@ -136,6 +139,7 @@ bool BirchMcu::read(uint8_t reg, uint8_t* out, size_t len) {
             for (AckFault& f : ackFaults) {
                 if ((f.kid != 0 && f.kid != mAckKid) || f.count == 0 || seen < f.skip) continue;
                 if (f.count > 0) --f.count;
+                ++f.fired;
                 if (f.head >= 0) reply[0] = static_cast<uint8_t>(f.head);
                 if (f.echoKid >= 0) reply[3] = static_cast<uint8_t>(f.echoKid);
                 if (f.status >= 0) reply[4] = static_cast<uint8_t>(f.status);
@@ -162,6 +166,7 @@ bool BirchMcu::read(uint8_t reg, uint8_t* out, size_t len) {
             reply[3] = status;
             uint32_t crc = crc32Of(reply + 3, 1);
             if (statusBadCrc) crc = ~crc;
+            if (statusBadHead || statusBadCrc) ++badStatusReplies;
             putLe32(reply + 4, crc);
             answer(reply, 8, out, len);
             return true;
@@ -240,6 +245,7 @@ bool CedarMcu::write(const uint8_t* data, size_t len) {
             }
             if (infoRejects > 0) {
                 --infoRejects;
+                ++infoRefused;
                 mInfoAnswer = kRefused;
                 return true;
             }
@@ -259,6 +265,7 @@ bool CedarMcu::write(const uint8_t* data, size_t len) {
                 int& rejects = packageRejects[k];
                 if (rejects > 0) {
                     --rejects;
+                    ++packagesRefused[k];
                 } else {
                     received[k].assign(frame + 8, frame + 8 + n);
                     status = kAccepted;
@@ -275,6 +282,7 @@ bool CedarMcu::write(const uint8_t* data, size_t len) {
                 mFinishAnswer = kRefused;
             } else if (finishRejects > 0) {
                 --finishRejects;
+                ++finishRefused;
                 mFinishAnswer = kRefused;
             } else if (complete()) {
                 finished = true;
@@ -308,6 +316,7 @@ bool CedarMcu::read(uint8_t reg, uint8_t* out, size_t len) {
                 ++requestPolls;
                 if (readyAfterPolls >= 0 && requestPolls > readyAfterPolls) mReady = true;
                 a = mReady ? kAccepted : 0;
+                if (!mReady) ++busyAnswers;
             }
             answer(&a, 1, out, len);
             return true;

@@ -33,6 +33,7 @@ class BirchMcu : public I2cChip {
         int echoKid = -1;  // replaces byte 3
         int status = -1;   // replaces byte 4
         bool badCrc = false;
+        int fired = 0;  // acknowledgements changed so far
     };
 
     // Behaviour.
@@ -57,6 +58,8 @@ class BirchMcu : public I2cChip {
     bool finished = false;
     int statusPolls = 0;
     int ackReads = 0;
+    int badVersionReplies = 0;  // version replies sent with a bad CRC
+    int badStatusReplies = 0;   // status replies sent with a bad head or CRC
 
     bool write(const uint8_t* data, size_t len) override;
     bool read(uint8_t reg, uint8_t* out, size_t len) override;
@@ -100,6 +103,12 @@ class CedarMcu : public I2cChip {
     int badFrames = 0;
     int finishes = 0;
     bool finished = false;
+    // What the faults above did: request polls answered "not ready", answers refused on
+    // purpose.
+    int busyAnswers = 0;
+    int infoRefused = 0;
+    std::map<uint32_t, int> packagesRefused;
+    int finishRefused = 0;
 
     bool write(const uint8_t* data, size_t len) override;
     bool read(uint8_t reg, uint8_t* out, size_t len) override;

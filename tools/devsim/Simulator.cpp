@@ -47,6 +47,8 @@ struct State {
     std::vector<Fault> faults;
     bool venusPresent = true;
     bool venusRefuses = false;
+    std::map<int, int> busRefusals;
+    int venusRefusals = 0;
     std::map<std::string, uint8_t> pins;
     std::deque<PinRequest> pinRequests;
     std::map<int, OpenDevice> open;
@@ -66,6 +68,8 @@ struct State {
         cedar2.reset();
         faults.clear();
         venusRefuses = false;
+        busRefusals.clear();
+        venusRefusals = 0;
         pins.clear();
         pins["PIN_CAM_DET_SOC"] = 1;
         pinRequests.clear();
@@ -76,12 +80,19 @@ struct State {
         pauseHook = nullptr;
     }
 
+    static bool boardHasBus(Board b, int bus) {
+        if (bus == 1) return b == Board::All || b == Board::Damson;
+        if (bus == 2) return b == Board::All || b == Board::Birch || b == Board::Cedar;
+        return false;
+    }
+    static bool boardHasVenus(Board b) { return b == Board::All || b == Board::Damson; }
+
     void applyBoard(Board b) {
         board = b;
         busPresent.clear();
-        busPresent[1] = b == Board::All || b == Board::Damson;
-        busPresent[2] = b == Board::All || b == Board::Birch || b == Board::Cedar;
-        venusPresent = b == Board::All || b == Board::Damson;
+        busPresent[1] = boardHasBus(b, 1);
+        busPresent[2] = boardHasBus(b, 2);
+        venusPresent = boardHasVenus(b);
     }
 
     I2cChip* chip(int bus, uint16_t addr) {
@@ -161,6 +172,7 @@ bool faultRefuses(State& s, int bus, const Transfer& t, int* error) {
             return false;
         }
         if (f.count > 0) --f.count;
+        ++f.fired;
         *error = f.error;
         return true;
     }
@@ -183,6 +195,7 @@ int i2cTransfer(State& s, Transfer& t) {
     int error = 0;
     if (!s.busPresent[t.bus]) {
         error = ENODEV;
+        ++s.busRefusals[t.bus];
     } else if (!faultRefuses(s, t.bus, t, &error)) {
         for (const Message& m : t.msgs) {
             if (s.chip(t.bus, m.addr) == nullptr) error = ENXIO;
@@ -260,6 +273,7 @@ int venusIoctl(State& s, unsigned long request, void* arg) {
         std::lock_guard<std::mutex> lock(s.mutex);
         if (!s.venusPresent) {
             r.error = ENODEV;
+            ++s.venusRefusals;
         } else if (memchr(pin.name, '\0', kPinNameLen) == nullptr) {
             r.error = EINVAL;
         } else {
@@ -267,6 +281,7 @@ int venusIoctl(State& s, unsigned long request, void* arg) {
             auto it = s.pins.find(r.name);
             if (s.venusRefuses) {
                 r.error = EIO;
+                ++s.venusRefusals;
             } else if (it == s.pins.end()) {
                 r.error = EINVAL;
             } else {
@@ -323,6 +338,7 @@ int openDevice(DeviceKind kind, int bus, int flags) {
     std::lock_guard<std::mutex> lock(s.mutex);
     const bool present = kind == DeviceKind::Venus ? s.venusPresent : s.busPresent[bus];
     if (!present) {
+        ++(kind == DeviceKind::Venus ? s.venusRefusals : s.busRefusals[bus]);
         errno = ENOENT;
         return -1;
     }
@@ -437,6 +453,29 @@ void clearFaults() {
     State& s = state();
     std::lock_guard<std::mutex> lock(s.mutex);
     s.faults.clear();
+}
+
+std::vector<Fault> faults() {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    return s.faults;
+}
+
+BoardStatus boardStatus() {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    BoardStatus b;
+    b.board = s.board;
+    b.busPresent = s.busPresent;
+    for (const auto& [bus, present] : s.busPresent)
+        b.busByBoard[bus] = State::boardHasBus(s.board, bus);
+    b.venusPresent = s.venusPresent;
+    b.venusByBoard = State::boardHasVenus(s.board);
+    b.venusRefuses = s.venusRefuses;
+    b.virtualTime = s.virtualTime;
+    b.busRefusals = s.busRefusals;
+    b.venusRefusals = s.venusRefusals;
+    return b;
 }
 
 void setVenusPresent(bool present) {

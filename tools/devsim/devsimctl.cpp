@@ -1,5 +1,5 @@
 // Sends one command to the devsim inside another process (its DEVSIM_CONTROL socket) and
-// prints the reply. Exit status: 0 ok, 1 the command was refused, 2 usage or connection.
+// prints the reply.
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -10,26 +10,53 @@
 
 #include <string>
 
+#include "tools/devsim/CommandHelp.h"
+
 namespace {
 
-int usage() {
-    fprintf(stderr,
+void usage(FILE* out) {
+    fprintf(out,
             "usage: devsimctl [--socket PATH] COMMAND [ARG...]\n"
-            "  PATH defaults to $DEVSIM_SOCKET. Commands are those of tools/devsim/Control.cpp,\n"
-            "  e.g. 'board cedar', 'cedar 2 state 3', 'refuse bus=2 count=5', 'transfers 10'.\n");
-    return 2;
+            "\n"
+            "Steers the simulated motor board (devsim) preloaded into a running process,\n"
+            "usually lumacastd on the fake TV: PATH is the process's DEVSIM_CONTROL socket\n"
+            "(default $DEVSIM_SOCKET; scripts/demo --keep prints it). Prints the reply: \"ok\"\n"
+            "and what was asked for, or \"error: \" and why (nothing is changed then).\n"
+            "Faults stay armed until used up, cleared or reset; 'status' shows them and how\n"
+            "often each fired.\n"
+            "\n"
+            "%s"
+            "\n"
+            "Examples:\n"
+            "  devsimctl cedar 2 reject-package 2 3   # the MCU refuses package 2 three times\n"
+            "  devsimctl refuse bus=2 reg=0x21 count=1\n"
+            "  devsimctl status\n"
+            "\n"
+            "Exit status: 0 ok, 1 the command was refused, 2 usage or no connection.\n",
+            lumacast::devsim::kCommandHelp);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc > 1 && (strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "-h") == 0)) {
+        usage(stdout);
+        return 0;
+    }
     const char* path = getenv("DEVSIM_SOCKET");
     int first = 1;
     if (argc > 2 && strcmp(argv[1], "--socket") == 0) {
         path = argv[2];
         first = 3;
     }
-    if (path == nullptr || first >= argc) return usage();
+    if (first >= argc) {
+        fprintf(stderr, "devsimctl: name a command (devsimctl --help lists them)\n");
+        return 2;
+    }
+    if (path == nullptr) {
+        fprintf(stderr, "devsimctl: no socket: give --socket PATH or set DEVSIM_SOCKET\n");
+        return 2;
+    }
     std::string line;
     for (int i = first; i < argc; ++i) {
         if (i > first) line += ' ';

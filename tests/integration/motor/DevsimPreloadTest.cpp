@@ -145,6 +145,11 @@ TEST(DevsimPreloadTest, ControlSocketSteersARunningProcess) {
     EXPECT_EQ("ok\n", devsimctl(socket, "bus 1 missing", &status));
     EXPECT_EQ("4096", probe.ask("down"));
     EXPECT_EQ("ok\n", devsimctl(socket, "bus 1 present", &status));
+    const std::string fired = devsimctl(socket, "status", &status);
+    EXPECT_NE(std::string::npos, fired.find("\n  refuse bus=1 kind=any errno=121: fired 1, 0 left"))
+            << fired;
+    EXPECT_NE(std::string::npos, fired.find("\n  bus 1 present: refused 1 opens and transfers"))
+            << fired;
 
     // With virtual time a whole upgrade (6 s of mandated pauses) is instant.
     const std::string image = testTempDir() + "/probe-image.bin";

@@ -140,6 +140,9 @@ TEST_F(CedarUpgradeTest, ReadinessAndInformationAreRetriedThenGivenUp) {
     EXPECT_EQ(250000000u, devsim::nowUs());
     EXPECT_TRUE(writes(0xE2).empty());
     EXPECT_TRUE(log.contains("fun = mcu_upgrade_iic, send_upgrade_request fail"));
+    EXPECT_NE(
+            devsim::command("status").find("\n  cedar 2 ready-after never: 50 polls answered busy"),
+            std::string::npos);
 
     // Ready at the fourth poll; information refused 49 times is still accepted at the 50th.
     devsim::withCedar(2, [](devsim::CedarMcu& m) {
@@ -182,6 +185,9 @@ TEST_F(CedarUpgradeTest, RefusedPackageIsGivenUpAndTheNextOneFollows) {
         EXPECT_FALSE(m.finished);
         EXPECT_EQ(0u, m.received.count(2));
     });
+    const std::string status = devsim::command("status");
+    EXPECT_NE(status.find("\n  cedar 2 reject-package 2: fired 50, 0 left"), std::string::npos)
+            << status;
 }
 
 TEST_F(CedarUpgradeTest, BusFailuresDuringPackagesEndTheUpgrade) {

@@ -1,0 +1,58 @@
+#pragma once
+
+// The command language of devsim, as devsimctl --help and the "help" command print it.
+
+namespace lumacast::devsim {
+
+inline constexpr char kCommandHelp[] =
+        "Board (what exists):\n"
+        "  board all|birch|cedar|damson|none\n"
+        "                  birch: Birch MCU on i2c-2 at 0x42; cedar: Cedar MCU on i2c-2 at\n"
+        "                  0x28; damson: Cedar MCU on i2c-1 at 0x28 and /dev/venus_gpio;\n"
+        "                  all (the default): every one of them; none: nothing\n"
+        "  bus N present|missing     a missing bus refuses opens (ENOENT) and transfers\n"
+        "                            (ENODEV), so the motor reports 4096\n"
+        "  venus present|missing|refuse|accept\n"
+        "                  /dev/venus_gpio gone, or its named-pin reads refused (EIO)\n"
+        "  pin NAME VALUE  a named pin's value (PIN_CAM_DET_SOC: the Damson camera switch)\n"
+        "  reset           back to board all with fresh MCUs, no faults, real time\n"
+        "\n"
+        "Bus faults (refused I2C transfers; the motor reports a negative result):\n"
+        "  refuse [bus=N] [addr=A] [reg=R] [kind=any|write|read] [skip=N] [count=N]\n"
+        "         [errno=E]\n"
+        "                  refuse matching transfers (unset fields match any) after\n"
+        "                  letting `skip` through, `count` times (default for ever),\n"
+        "                  with errno E (default 121, EREMOTEIO)\n"
+        "  clear-faults    drop every refuse rule\n"
+        "\n"
+        "Birch MCU (i2c-2, 0x42):\n"
+        "  birch version N | birch marker BYTE    the version reply\n"
+        "  birch version-crc good|bad             a version reply with a wrong CRC\n"
+        "  birch ack [kid=K] [skip=N] [count=N] [head=B] [echo=K] [status=S] [crc=bad]\n"
+        "                  change acknowledgements of kid K (default any) after `skip`,\n"
+        "                  `count` times (default 1; -1 for ever)\n"
+        "  birch status auto|S[,S...]             final status answers, the last repeating\n"
+        "                                         (1 done, 2 size mismatch, 3 bad frame)\n"
+        "  birch status-head good|bad | birch status-crc good|bad\n"
+        "\n"
+        "Cedar MCU (BUS is 2 for cedar, 1 for damson):\n"
+        "  cedar BUS state BYTE      motor state register (0x21)\n"
+        "  cedar BUS rise BYTE       rise time register (0x22)\n"
+        "  cedar BUS version TEXT    version text, at most 18 bytes\n"
+        "  cedar BUS ready-after N|never   upgrade request polls answered \"not ready\"\n"
+        "                                  first\n"
+        "  cedar BUS reject-info N         refuse the package information N times\n"
+        "  cedar BUS reject-package K N    refuse package K (from 1) N times\n"
+        "  cedar BUS reject-finish N       refuse the finish N times\n"
+        "\n"
+        "Time and records:\n"
+        "  time virtual|real   virtual: the motor's pauses advance a simulated clock and\n"
+        "                      return at once\n"
+        "  clock               the simulated clock in microseconds\n"
+        "  transfers [N]       the last N transfers (all without N), one line each\n"
+        "  clear-log           forget recorded transfers and pauses\n"
+        "  status              board, MCUs, and every fault: armed, and how often it\n"
+        "                      fired (also: stats)\n"
+        "  help                this text\n";
+
+}  // namespace lumacast::devsim
