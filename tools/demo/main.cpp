@@ -3,7 +3,6 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <ftw.h>
 #include <poll.h>
 #include <signal.h>
 #include <stdio.h>
@@ -150,18 +149,14 @@ int sendControl(const char* path, const std::string& line) {
     return reply.compare(0, 2, "ok") == 0 ? 0 : 1;
 }
 
-int removeEntry(const char* path, const struct stat*, int, struct FTW*) {
-    remove(path);
-    return 0;
-}
-
 void usage(FILE* out) {
     fprintf(out,
             "usage: lumacast-demo [--keep]\n"
             "       lumacast-demo --send SOCKET LINE\n"
             "  Runs lumacastd on a simulated TV and walks through its main job, inside a user,\n"
             "  mount and network namespace of its own (as unshare -rmn makes them).\n"
-            "  --keep   leave the TV running afterwards and take commands (plug, unplug, quit)\n"
+            "  --keep   leave the TV running afterwards and take commands (plug, unplug,\n"
+            "           status, help, quit); ends with status 1 if lumacastd dies meanwhile\n"
             "  --send   one line to a camsim or devsim control socket; prints the reply\n"
             "Exit status: 0 when every step did what it should, 1 otherwise, 2 on usage.\n");
 }
@@ -359,44 +354,79 @@ int main(int argc, char** argv) {
     });
 
     if (keep && !demo.allPassed()) keep = false;
+    bool daemonDied = false;
     if (keep) {
         const std::string ctlPath = FakeTv::lumacastctlPath();
-        printf("\n==> The fake TV keeps running. In another terminal:\n"
-               "    export LUMACAST_BINDER_DIR=%s/binder LUMACAST_PROPERTY_DIR=%s/properties\n"
-               "    %s list\n"
-               "    %s listen --seconds 5\n"
-               "    %s lumacast setZoomMode 1 2\n"
-               "    %s motor motor_up\n"
-               "    %s dump lumacast\n"
-               "  The TV's own network and files (ip addr, ip rule, /sys/class) from inside:\n"
-               "    nsenter --preserve-credentials -U -m -n -t %d\n"
-               "  The camera simulator and the motor board:\n"
-               "    %s --send %s/camsim.sock help\n"
-               "    %s --socket %s/devsim.sock stats\n"
-               "  Logs: %s/lumacastd.log, %s/camsim.log\n"
-               "Here, type plug, unplug or quit (or press Ctrl-C).\n",
-               dir.c_str(), dir.c_str(), ctlPath.c_str(), ctlPath.c_str(), ctlPath.c_str(),
-               ctlPath.c_str(), ctlPath.c_str(), static_cast<int>(getpid()), argv[0], dir.c_str(),
-               FakeTv::devsimctlPath(), dir.c_str(), dir.c_str(), dir.c_str());
+        auto howToReach = [&] {
+            printf("  In another terminal:\n"
+                   "    export LUMACAST_BINDER_DIR=%s/binder LUMACAST_PROPERTY_DIR=%s/properties\n"
+                   "    export DEVSIM_SOCKET=%s/devsim.sock\n"
+                   "    %s list\n"
+                   "    %s listen --seconds 5\n"
+                   "    %s lumacast setZoomMode 1 2\n"
+                   "    %s motor motor_up\n"
+                   "    %s dump lumacast\n"
+                   "  The TV's own network and files (ip addr, ip rule, /sys/class) from inside:\n"
+                   "    nsenter --preserve-credentials -U -m -n -t %d\n"
+                   "  The camera simulator and the motor board (faults: devsimctl --help):\n"
+                   "    %s --send %s/camsim.sock help\n"
+                   "    %s status\n"
+                   "  Logs: %s/lumacastd.log, %s/camsim.log, %s/devsim-transfers.log\n",
+                   dir.c_str(), dir.c_str(), dir.c_str(), ctlPath.c_str(), ctlPath.c_str(),
+                   ctlPath.c_str(), ctlPath.c_str(), ctlPath.c_str(), static_cast<int>(getpid()),
+                   argv[0], dir.c_str(), FakeTv::devsimctlPath(), dir.c_str(), dir.c_str(),
+                   dir.c_str());
+        };
+        const char* kPromptHelp = "commands: plug, unplug, status, help, quit (or Ctrl-C)";
+        printf("\n==> The fake TV keeps running.\n");
+        howToReach();
+        printf("Here: %s\n", kPromptHelp);
+        // Unbuffered, so that poll sees every line that fgets has not taken yet.
+        setvbuf(stdin, nullptr, _IONBF, 0);
         bool plugged = true;
-        char line[256];
+        bool prompt = true;
         while (!gStop) {
-            printf("demo> ");
-            fflush(stdout);
+            if (prompt) {
+                printf("demo> ");
+                fflush(stdout);
+                prompt = false;
+            }
+            // Waits for a line, but looks at the daemon every second: a TV whose daemon
+            // died is no TV to explore.
+            struct pollfd in = {STDIN_FILENO, POLLIN, 0};
+            const int ready = poll(&in, 1, 1000);
+            if (!tv.daemonRunning()) {
+                printf("\nlumacastd died; ending the demo\n");
+                daemonDied = true;
+                break;
+            }
+            if (ready <= 0) continue;
+            char line[256];
             if (fgets(line, sizeof(line), stdin) == nullptr) break;
+            prompt = true;
             const std::string cmd = trimmed(line);
             std::string why;
             if (cmd == "quit" || cmd == "exit") break;
-            if (cmd == "plug" && !plugged) {
+            if ((cmd == "plug" && plugged) || (cmd == "unplug" && !plugged)) {
+                printf("the camera is already %s\n", plugged ? "plugged in" : "unplugged");
+            } else if (cmd == "plug") {
                 plugged = tv.plug(lumacast::test::kAcceptedCamera, "default", &why);
                 printf("%s\n", plugged && tv.waitForProperty("sys.kora.usb.status", "1", 15000)
                                        ? "camera plugged in"
                                        : ("plug failed: " + why).c_str());
-            } else if (cmd == "unplug" && plugged) {
+            } else if (cmd == "unplug") {
                 plugged = !tv.unplug(&why);
                 printf("%s\n", plugged ? ("unplug failed: " + why).c_str() : "camera unplugged");
+            } else if (cmd == "status") {
+                printf("lumacastd: running, pid %d\ncamera: %s\n", static_cast<int>(tv.daemonPid()),
+                       plugged ? "plugged in" : "unplugged");
+                const FakeTv::CtlResult dump = tv.ctl({"dump"});
+                indent(trimmed(dump.out), 60);
+            } else if (cmd == "help") {
+                howToReach();
+                printf("Here: %s\n", kPromptHelp);
             } else if (!cmd.empty()) {
-                printf("plug (when unplugged), unplug (when plugged) or quit\n");
+                printf("unknown command '%s'; %s\n", cmd.c_str(), kPromptHelp);
             }
         }
         printf("\n");
@@ -423,17 +453,25 @@ int main(int argc, char** argv) {
         tv.tearDown();
         return true;
     });
-    if (!demo.allPassed()) {
-        printf("\nlumacastd's log ends:\n");
-        const std::string log = tv.daemonLog();
-        indent(log.substr(log.size() > 3000 ? log.size() - 3000 : 0), 60);
+    // Kept, success or not: the logs are what a reader of this run asks for next.
+    const std::string kept = "files and logs kept in " + dir +
+                             " (lumacastd.log, camsim.log, devsim-transfers.log, listen.out)";
+    if (!demo.allPassed() || daemonDied) {
+        // A daemon that died has had its log's end shown already.
+        if (daemonAlive) {
+            printf("\nlumacastd's log ends:\n");
+            const std::string log = tv.daemonLog();
+            indent(log.substr(log.size() > 3000 ? log.size() - 3000 : 0), 60);
+        }
         tv.tearDown();
-        printf("\ndemo FAILED after %d of %d steps (files kept in %s)\n", demo.passed(),
-               demo.steps(), dir.c_str());
+        if (daemonDied) {
+            printf("\ndemo FAILED: lumacastd died while the TV was kept running\n");
+        } else {
+            printf("\ndemo FAILED after %d of %d steps\n", demo.passed(), demo.steps());
+        }
+        printf("%s\n", kept.c_str());
         return 1;
     }
-    // The host keeps nothing of a run that went well.
-    nftw(dir.c_str(), removeEntry, 16, FTW_DEPTH | FTW_PHYS);
-    printf("\ndemo passed: all %d steps did what they should\n", demo.steps());
+    printf("\ndemo passed: all %d steps did what they should\n%s\n", demo.steps(), kept.c_str());
     return 0;
 }
