@@ -9,6 +9,7 @@
 
 #include <vector>
 
+#include "motor/UpgradeProgress.h"
 #include "motor/lowlevel/FileUtil.h"
 #include "motor/lowlevel/GpioControl.h"
 #include "motor/lowlevel/MotorResult.h"
@@ -101,7 +102,12 @@ int MotorBirch::get_motor_status() { return motor_gpio_get_rise_status(); }
 
 int MotorBirch::get_rotate_time() { return 0; }
 
-int MotorBirch::motor_mcu_upgrade(std::string path) { return mcu_upgrade_gpio(path.c_str()); }
+int MotorBirch::motor_mcu_upgrade(std::string path) {
+    UpgradeProgress::begin();
+    const int result = mcu_upgrade_gpio(path.c_str());
+    UpgradeProgress::end(result);
+    return result;
+}
 
 int MotorBirch::get_switch_status() { return mtk_get_switch_status(); }
 
@@ -156,6 +162,7 @@ int MotorBirch::mcu_upgrade_gpio(const char* path) {
                                               (info.totalsize % kPackageSize != 0 ? 1 : 0));
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "path : %s, totalsize : %d, totalpackage : %d",
                         path, info.totalsize, info.totalpackage);
+    UpgradeProgress::setPackages(info.totalpackage);
 
     if (send_upgrade_request() != MOTOR_OK) {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "fun = %s, send_upgrade_request fail",
@@ -241,6 +248,7 @@ int MotorBirch::send_package(const char* path, PACKAGE_INFO* info) {
             return result;
         }
         seal_frame(frame.data(), MCU_UPGRADE_KIDCMD_PACKAGE, n);
+        UpgradeProgress::setPackage(pkg + 1);
 
         int ret = MOTOR_ERR_DEVICE;
         for (int attempt = 0; attempt < kPackageWriteAttempts; ++attempt) {

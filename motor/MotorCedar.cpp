@@ -8,6 +8,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "motor/UpgradeProgress.h"
 #include "motor/lowlevel/FileUtil.h"
 #include "motor/lowlevel/MotorResult.h"
 
@@ -116,7 +117,12 @@ int MotorCedar::get_rotate_time() {
     return time;
 }
 
-int MotorCedar::motor_mcu_upgrade(std::string path) { return mcu_upgrade_iic(path.c_str()); }
+int MotorCedar::motor_mcu_upgrade(std::string path) {
+    UpgradeProgress::begin();
+    const int result = mcu_upgrade_iic(path.c_str());
+    UpgradeProgress::end(result);
+    return result;
+}
 
 const char* MotorCedar::get_mcu_version() {
     memset(sVersion, 0, sizeof(sVersion));
@@ -141,6 +147,7 @@ int MotorCedar::mcu_upgrade_iic(const char* path) {
                         "path : %s, totalsize : %d, totalpackage : %d, lastpkgsize : %d", path,
                         static_cast<int>(info.totalsize), static_cast<int>(info.totalpackage),
                         static_cast<int>(info.lastpkgsize));
+    UpgradeProgress::setPackages(static_cast<int>(info.totalpackage));
     if (send_upgrade_request() != MOTOR_OK) {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "fun = %s, send_upgrade_request fail",
                             __func__);
@@ -228,6 +235,7 @@ int MotorCedar::send_package(const char* path, MCU_OTA_PACKAGE_INFO* info) {
     for (uint32_t k = 1; n > 0; ++k) {
         __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "cur_send_package_index = %d",
                             static_cast<int>(k));
+        UpgradeProgress::setPackage(static_cast<int>(k));
         writeLe16(frame, n + 6);
         writeLe16(frame + 2, n);
         writeLe32(frame + 4, k);

@@ -12,6 +12,7 @@
 #include <mutex>
 
 #include "motor/IMotor.h"
+#include "motor/UpgradeProgress.h"
 #include "service/DumpText.h"
 
 namespace android {
@@ -30,6 +31,15 @@ std::atomic<IMotor*> motorInstance{nullptr};
 // The board string that chose the driver, for dump only.
 std::mutex boardTypeMutex;
 std::string boardType;  // guarded by boardTypeMutex
+
+// What `dumpsys cameramotorservice --help` answers: one line per line of the dump.
+constexpr char kDumpHelp[] =
+        "cameramotorservice dump shows:\n"
+        "  driver: the board type that chose the motor driver, or none\n"
+        "  motor supported: whether a driver is in use\n"
+        "  persist.sys.kora.camera.status: the clients' flag, as stored\n"
+        "  firmware upgrade: the one running (package k of n), else how the last one ended\n"
+        "    (its result code and the package it reached) and how many ran since start-up\n";
 
 }  // namespace
 
@@ -130,7 +140,12 @@ binder::Status CameraMotorService::mcu_upgrade(const std::string& path, int32_t*
     return binder::Status::ok();
 }
 
-status_t CameraMotorService::dump(int fd, const Vector<String16>& /* args */) {
+status_t CameraMotorService::dump(int fd, const Vector<String16>& args) {
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == String16("--help") || args[i] == String16("-h")) {
+            return writeDumpText(fd, kDumpHelp);
+        }
+    }
     std::string board;
     {
         std::lock_guard<std::mutex> lock(boardTypeMutex);
@@ -148,6 +163,19 @@ status_t CameraMotorService::dump(int fd, const Vector<String16>& /* args */) {
             (motorInstance.load() != nullptr && IMotor::is_support_motor() ? "yes" : "no") + "\n";
     text += std::string("  ") + kStatusProperty + ": " + (status[0] != '\0' ? status : "(unset)") +
             "\n";
+    const UpgradeProgress::State up = UpgradeProgress::read();
+    auto packages = [](int k, int n) {
+        return "package " + std::to_string(k) + " of " + std::to_string(n);
+    };
+    if (up.running) {
+        text += "  firmware upgrade: running, " + packages(up.package, up.packages) + "\n";
+    } else if (up.upgrades == 0) {
+        text += "  firmware upgrade: none since start-up\n";
+    } else {
+        text += "  firmware upgrade: last ended with " + std::to_string(up.lastResult) + " at " +
+                packages(up.lastPackage, up.lastPackages) + " (" + std::to_string(up.upgrades) +
+                " since start-up)\n";
+    }
     return writeDumpText(fd, text);
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <lumacast/host/LogCapture.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <set>
@@ -111,6 +112,17 @@ class CameraMotorServiceTest : public MotorTest {
         mService.clear();  // releases the driver
         MotorTest::TearDown();
     }
+    std::string dump(const char* arg = nullptr) {
+        FILE* f = tmpfile();
+        android::Vector<android::String16> args;
+        if (arg != nullptr) args.push_back(android::String16(arg));
+        EXPECT_EQ(OK, mService->dump(fileno(f), args));
+        std::string text(4096, '\0');
+        rewind(f);
+        text.resize(fread(&text[0], 1, text.size(), f));
+        fclose(f);
+        return text;
+    }
     std::string property() {
         char value[PROPERTY_VALUE_MAX] = {};
         property_get(kStatusProperty, value, "<unset>");
@@ -170,9 +182,24 @@ TEST_F(CameraMotorServiceTest, CedarBoardOverBinder) {
     std::vector<uint8_t> image;
     const std::string path = writeImage(600, &image);
     devsim::VirtualTime vt;
+    // The dump taken while package 2 waits for its answer shows where the upgrade is.
+    std::vector<std::string> during;
+    devsim::setPauseHook([&](uint64_t) { during.push_back(dump()); });
     EXPECT_EQ(0, c.integer(kMcuUpgrade, path));
+    devsim::setPauseHook(nullptr);
     devsim::withCedar(2, [&](devsim::CedarMcu& m) { EXPECT_EQ(image, m.image()); });
+    EXPECT_EQ(1, std::count_if(during.begin(), during.end(), [](const std::string& d) {
+                  return d.find("  firmware upgrade: running, package 2 of 3\n") !=
+                         std::string::npos;
+              }));
+    EXPECT_NE(dump().find("  firmware upgrade: last ended with 0 at package 3 of 3 ("),
+              std::string::npos)
+            << dump();
     EXPECT_EQ(4096, c.integer(kMcuUpgrade, path + ".missing"));
+    EXPECT_NE(dump().find("  firmware upgrade: last ended with 4096 at package 0 of 16777216 ("),
+              std::string::npos)
+            << dump();
+    EXPECT_EQ(0u, dump("--help").find("cameramotorservice dump shows:\n  driver: "));
 }
 
 // Each service releases its driver, so a new one selects again.
