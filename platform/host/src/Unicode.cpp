@@ -55,7 +55,9 @@ ssize_t utf8_to_utf16_length(const uint8_t* src, size_t srcLen, bool overreadIsF
     while (in < srcLen) {
         const size_t n = utf8SequenceLength(src[in]);
         if (n > srcLen - in) {
-            if (overreadIsFatal) LOG_ALWAYS_FATAL("Attempt to overread computing length of utf8 string");
+            if (overreadIsFatal) {
+                LOG_ALWAYS_FATAL("Attempt to overread computing length of utf8 string");
+            }
             return -1;
         }
         units += (n == 4 && utf8Decode(src + in, n) >= 0x10000) ? 2 : 1;

@@ -119,7 +119,8 @@ TEST(WatcherTest, StartupScanTakesNodesAndFilesButNotDirectories) {
         ASSERT_TRUE(device.setUp(&why)) << why;
         ASSERT_TRUE(device.plug(kAcceptedCamera));
         ASSERT_TRUE(device.removeVideoFunction(0));
-        ASSERT_TRUE(device.addVideoFunction(0, lumacast::test::videoFunctionUevent(kAcceptedCamera)));
+        ASSERT_TRUE(
+                device.addVideoFunction(0, lumacast::test::videoFunctionUevent(kAcceptedCamera)));
         ASSERT_EQ(0, umount2("/dev/video0", MNT_DETACH));
         ASSERT_EQ(0, unlink("/dev/video0"));
         ASSERT_EQ(0, mkdir("/dev/video0", 0755));

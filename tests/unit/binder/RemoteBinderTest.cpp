@@ -91,8 +91,8 @@ class TestCallback : public BBinder {
 // Counts obituaries (in a counter that may outlive it) and notes the thread of the last.
 class DeathWatcher : public IBinder::DeathRecipient {
   public:
-    explicit DeathWatcher(std::shared_ptr<std::atomic<int>> counter =
-                                  std::make_shared<std::atomic<int>>(0))
+    explicit DeathWatcher(
+            std::shared_ptr<std::atomic<int>> counter = std::make_shared<std::atomic<int>>(0))
         : died(std::move(counter)) {}
     void binderDied(const wp<IBinder>&) override {
         char name[16] = {};
