@@ -9,6 +9,7 @@
 #include <string.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -115,6 +116,28 @@ int shell(const std::string& netnsPath, const std::string& command, std::string*
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+// A character device node at `path` that behaves as `device`. A user namespace may create
+// only 0:0 character nodes (overlayfs whiteouts), so one is made as the mount point and
+// the device bound over it: readdir reports a character device, as for a kernel's node,
+// and open and stat reach the real device. Removing it means unmounting first.
+bool makeCharNode(const std::string& path, const std::string& device, std::string* why) {
+    if (mknod(path.c_str(), S_IFCHR | 0666, makedev(0, 0)) != 0) {
+        *why = "mknod " + path + ": " + strerror(errno);
+        return false;
+    }
+    if (mount(device.c_str(), path.c_str(), nullptr, MS_BIND, nullptr) != 0) {
+        *why = "bind " + device + " on " + path + ": " + strerror(errno);
+        unlink(path.c_str());
+        return false;
+    }
+    return true;
+}
+
+bool removeCharNode(const std::string& path) {
+    umount2(path.c_str(), MNT_DETACH);
+    return unlink(path.c_str()) == 0;
+}
+
 }  // namespace
 
 std::string productLine(const UsbProduct& product) {
@@ -171,10 +194,7 @@ bool FakeDevice::mountDev(std::string* why) {
     mDevMounted = true;
     bool ok = true;
     for (const char* node : {"null", "zero", "urandom", "random", "full", "tty"}) {
-        const std::string target = std::string("/dev/") + node;
-        if (!writeFile(target, "") ||
-            mount((old + node).c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0) {
-            *why = "bind " + target + ": " + strerror(errno);
+        if (!makeCharNode(std::string("/dev/") + node, old + node, why)) {
             ok = false;
             break;
         }
@@ -328,8 +348,13 @@ bool FakeDevice::unplug() {
 
 bool FakeDevice::addVideoFunction(int n, const std::string& ueventText) {
     const std::string uevent = sysfsUeventPath("video4linux/video", n);
-    if (!makeDirs(uevent.substr(0, uevent.rfind('/'))) || !writeFile(uevent, ueventText) ||
-        !writeFile("/dev/video" + std::to_string(n), "")) {
+    const std::string node = "/dev/video" + std::to_string(n);
+    std::string why;
+    if (!makeDirs(uevent.substr(0, uevent.rfind('/'))) || !writeFile(uevent, ueventText)) {
+        return false;
+    }
+    if (access(node.c_str(), F_OK) != 0 && !makeCharNode(node, "/dev/null", &why)) {
+        ADD_FAILURE() << why;
         return false;
     }
     if (std::find(mVideoNodes.begin(), mVideoNodes.end(), n) == mVideoNodes.end()) {
@@ -340,7 +365,7 @@ bool FakeDevice::addVideoFunction(int n, const std::string& ueventText) {
 
 bool FakeDevice::removeVideoFunction(int n) {
     // The kernel removes the node before it announces the removal.
-    const bool ok = unlink(("/dev/video" + std::to_string(n)).c_str()) == 0;
+    const bool ok = removeCharNode("/dev/video" + std::to_string(n));
     unlink(sysfsUeventPath("video4linux/video", n).c_str());
     mVideoNodes.erase(std::remove(mVideoNodes.begin(), mVideoNodes.end(), n), mVideoNodes.end());
     return ok;

@@ -31,7 +31,7 @@ std::string networkFunctionUevent(const UsbProduct& product);
 // - /sys/class is a tmpfs holding net/usbN/device/uevent, video4linux/videoN/device/uevent
 //   and gpio/gpioNNN/value files;
 // - /dev is a tmpfs keeping null, zero, urandom, random, full, tty, pts and shm by bind
-//   mounts, with /dev/videoN as plain files;
+//   mounts, with /dev/videoN as character device nodes (behaving as /dev/null);
 // - the camera's network function is a veth pair: usbN on the "tv" side (the caller's
 //   namespace), its peer camN in a "camera" network namespace holding 192.168.111.10/24.
 // Creating and deleting the veth makes the kernel itself send the net/usbN uevents; the
@@ -61,8 +61,8 @@ public:
     bool unplug();
 
     // The single steps, for tests that need another order or a partial device.
-    bool addVideoFunction(int n, const std::string& ueventText);  // files only
-    bool removeVideoFunction(int n);                              // files only
+    bool addVideoFunction(int n, const std::string& ueventText);  // sysfs file and node only
+    bool removeVideoFunction(int n);                              // sysfs file and node only
     bool sendVideoUevent(const std::string& action, int n);
     // The sysfs file, then the veth (the kernel sends its add uevents).
     bool addNetworkFunction(int n, const std::string& ueventText);

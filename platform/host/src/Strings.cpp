@@ -22,7 +22,7 @@ static std::u16string fromUtf8(const char* s, size_t len) {
 
 static std::string fromUtf16(const char16_t* s, size_t len) {
     std::string out;
-    if (s == nullptr || !utf16ToUtf8(std::u16string_view(s, len), &out)) out.clear();
+    if (s != nullptr) utf16ToUtf8(std::u16string_view(s, len), &out);
     return out;
 }
 

@@ -1,151 +1,149 @@
+#define LOG_TAG "unicode"
+
 #include <utils/Unicode.h>
+
+#include <limits.h>
+#include <log/log.h>
 
 #include <lumacast/host/Utf.h>
 
-#include <string.h>
+#include <initializer_list>
 
-namespace lumacast::host {
+// The conversions follow libutils byte for byte, leniencies included: UTF-8 is decoded by
+// its leading byte alone (continuation bytes are not checked, overlong forms, encoded
+// surrogates and values above U+10FFFF pass), and unpaired UTF-16 surrogates are dropped.
+// Only a sequence that runs past the end of the input is refused. Where libutils would
+// abort on a destination that is too small, these stop short and still terminate.
 
 namespace {
 
-// Decodes one code point starting at in[i]; returns false on any malformed sequence.
-bool decodeUtf8(std::string_view in, size_t& i, char32_t* cp) {
-    const auto byte = [&](size_t k) { return static_cast<unsigned char>(in[k]); };
-    const unsigned char b0 = byte(i);
-    size_t extra;
-    char32_t value;
-    char32_t min;
-    if (b0 < 0x80) {
-        *cp = b0;
-        ++i;
-        return true;
-    } else if ((b0 & 0xE0) == 0xC0) {
-        extra = 1;
-        value = b0 & 0x1F;
-        min = 0x80;
-    } else if ((b0 & 0xF0) == 0xE0) {
-        extra = 2;
-        value = b0 & 0x0F;
-        min = 0x800;
-    } else if ((b0 & 0xF8) == 0xF0) {
-        extra = 3;
-        value = b0 & 0x07;
-        min = 0x10000;
-    } else {
-        return false;
-    }
-    if (in.size() - i <= extra) return false;
-    for (size_t k = 1; k <= extra; ++k) {
-        const unsigned char b = byte(i + k);
-        if ((b & 0xC0) != 0x80) return false;
-        value = (value << 6) | (b & 0x3F);
-    }
-    if (value < min || value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF)) return false;
-    *cp = value;
-    i += extra + 1;
-    return true;
+bool isAnySurrogate(char16_t w) { return (w & 0xf800) == 0xd800; }
+
+bool isSurrogatePair(char16_t w1, char16_t w2) {
+    return (w1 & 0xfc00) == 0xd800 && (w2 & 0xfc00) == 0xdc00;
 }
 
-void encodeUtf8(char32_t cp, std::string* out) {
-    if (cp < 0x80) {
-        out->push_back(static_cast<char>(cp));
-    } else if (cp < 0x800) {
-        out->push_back(static_cast<char>(0xC0 | (cp >> 6)));
-        out->push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else if (cp < 0x10000) {
-        out->push_back(static_cast<char>(0xE0 | (cp >> 12)));
-        out->push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-        out->push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else {
-        out->push_back(static_cast<char>(0xF0 | (cp >> 18)));
-        out->push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
-        out->push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-        out->push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+// Bytes a sequence takes by its leading byte; a stray continuation byte stands alone and
+// 0xf8..0xff lead four bytes like 0xf0..0xf7.
+size_t utf8SequenceLength(uint8_t c) {
+    if (c < 0xc0) return 1;
+    if (c < 0xe0) return 2;
+    if (c < 0xf0) return 3;
+    return 4;
+}
+
+char32_t utf8Decode(const uint8_t* in, size_t n) {
+    switch (n) {
+        case 1:
+            return in[0];
+        case 2:
+            return ((in[0] & 0x1f) << 6) | (in[1] & 0x3f);
+        case 3:
+            return ((in[0] & 0x0f) << 12) | ((in[1] & 0x3f) << 6) | (in[2] & 0x3f);
+        default:
+            return ((in[0] & 0x07) << 18) | ((in[1] & 0x3f) << 12) | ((in[2] & 0x3f) << 6) |
+                   (in[3] & 0x3f);
     }
 }
 
 }  // namespace
 
-bool utf8ToUtf16(std::string_view in, std::u16string* out) {
-    out->clear();
-    out->reserve(in.size());
-    size_t i = 0;
-    while (i < in.size()) {
-        char32_t cp;
-        if (!decodeUtf8(in, i, &cp)) return false;
-        if (cp >= 0x10000) {
-            cp -= 0x10000;
-            out->push_back(static_cast<char16_t>(0xD800 | (cp >> 10)));
-            out->push_back(static_cast<char16_t>(0xDC00 | (cp & 0x3FF)));
-        } else {
-            out->push_back(static_cast<char16_t>(cp));
+ssize_t utf8_to_utf16_length(const uint8_t* src, size_t srcLen, bool overreadIsFatal) {
+    if (src == nullptr) return -1;
+    size_t in = 0;
+    size_t units = 0;
+    while (in < srcLen) {
+        const size_t n = utf8SequenceLength(src[in]);
+        if (n > srcLen - in) {
+            if (overreadIsFatal) {
+                LOG_ALWAYS_FATAL("Attempt to overread computing length of utf8 string");
+            }
+            return -1;
         }
+        units += (n == 4 && utf8Decode(src + in, n) >= 0x10000) ? 2 : 1;
+        in += n;
     }
-    return true;
+    return units < SSIZE_MAX ? static_cast<ssize_t>(units) : -1;
 }
 
-bool utf16ToUtf8(std::u16string_view in, std::string* out) {
-    out->clear();
-    out->reserve(in.size());
-    for (size_t i = 0; i < in.size(); ++i) {
-        const char16_t u = in[i];
-        if (u >= 0xD800 && u <= 0xDBFF) {
-            if (i + 1 >= in.size() || in[i + 1] < 0xDC00 || in[i + 1] > 0xDFFF) return false;
-            const char32_t cp = 0x10000 + ((static_cast<char32_t>(u - 0xD800) << 10) |
-                                           static_cast<char32_t>(in[i + 1] - 0xDC00));
-            encodeUtf8(cp, out);
-            ++i;
-        } else if (u >= 0xDC00 && u <= 0xDFFF) {
-            return false;
+char16_t* utf8_to_utf16_no_null_terminator(const uint8_t* src, size_t srcLen, char16_t* dst,
+                                           size_t dstLen) {
+    if (src == nullptr || srcLen == 0 || dst == nullptr || dstLen == 0) return dst;
+    size_t in = 0;
+    char16_t* out = dst;
+    char16_t* const outEnd = dst + dstLen;
+    while (in < srcLen && out < outEnd) {
+        const size_t n = utf8SequenceLength(src[in]);
+        if (n > srcLen - in) break;  // an unended sequence ends the text
+        const char32_t w = utf8Decode(src + in, n);
+        in += n;
+        if (w < 0x10000) {
+            *out++ = static_cast<char16_t>(w);
         } else {
-            encodeUtf8(u, out);
+            if (outEnd - out < 2) break;
+            *out++ = static_cast<char16_t>(((w - 0x10000) >> 10) + 0xd800);
+            *out++ = static_cast<char16_t>(((w - 0x10000) & 0x3ff) + 0xdc00);
         }
     }
-    return true;
-}
-
-}  // namespace lumacast::host
-
-using lumacast::host::utf16ToUtf8;
-using lumacast::host::utf8ToUtf16;
-
-ssize_t utf8_to_utf16_length(const uint8_t* src, size_t srcLen, bool) {
-    std::u16string out;
-    if (src == nullptr ||
-        !utf8ToUtf16(std::string_view(reinterpret_cast<const char*>(src), srcLen), &out)) {
-        return -1;
-    }
-    return static_cast<ssize_t>(out.size());
+    return out;
 }
 
 char16_t* utf8_to_utf16(const uint8_t* src, size_t srcLen, char16_t* dst, size_t dstLen) {
-    std::u16string out;
-    if (dst == nullptr || dstLen == 0) return dst;
-    if (src == nullptr ||
-        !utf8ToUtf16(std::string_view(reinterpret_cast<const char*>(src), srcLen), &out)) {
-        out.clear();
-    }
     // dstLen counts the terminator, as in libutils.
-    const size_t n = out.size() < dstLen ? out.size() : dstLen - 1;
-    memcpy(dst, out.data(), n * sizeof(char16_t));
-    dst[n] = 0;
-    return dst + n;
+    if (dst == nullptr || dstLen == 0) return dst;
+    char16_t* const end = utf8_to_utf16_no_null_terminator(src, srcLen, dst, dstLen - 1);
+    *end = 0;
+    return end;
 }
 
 ssize_t utf16_to_utf8_length(const char16_t* src, size_t src_len) {
-    std::string out;
     if (src == nullptr || src_len == 0) return -1;
-    if (!utf16ToUtf8(std::u16string_view(src, src_len), &out)) return -1;
-    return static_cast<ssize_t>(out.size());
+    size_t bytes = 0;
+    for (size_t i = 0; i < src_len; ++i) {
+        const char16_t w = src[i];
+        if (w < 0x80) {
+            bytes += 1;
+        } else if (w < 0x800) {
+            bytes += 2;
+        } else if (!isAnySurrogate(w)) {
+            bytes += 3;
+        } else if (i + 1 < src_len && isSurrogatePair(w, src[i + 1])) {
+            bytes += 4;
+            ++i;
+        }
+        // An unpaired surrogate adds nothing.
+    }
+    return bytes < SSIZE_MAX ? static_cast<ssize_t>(bytes) : -1;
 }
 
 void utf16_to_utf8(const char16_t* src, size_t src_len, char* dst, size_t dst_len) {
-    std::string out;
-    if (dst == nullptr || dst_len == 0) return;
-    if (src == nullptr || !utf16ToUtf8(std::u16string_view(src, src_len), &out)) out.clear();
-    const size_t n = out.size() < dst_len ? out.size() : dst_len - 1;
-    memcpy(dst, out.data(), n);
-    dst[n] = 0;
+    if (src == nullptr || src_len == 0 || dst == nullptr || dst_len == 0) return;
+    char* out = dst;
+    // Room for the terminator is kept back.
+    char* const outEnd = dst + dst_len - 1;
+    auto put = [&](std::initializer_list<unsigned> bytes) {
+        if (static_cast<size_t>(outEnd - out) < bytes.size()) return false;
+        for (unsigned b : bytes) *out++ = static_cast<char>(b);
+        return true;
+    };
+    for (size_t i = 0; i < src_len; ++i) {
+        const char16_t w = src[i];
+        bool fits = true;
+        if (w < 0x80) {
+            fits = put({w});
+        } else if (w < 0x800) {
+            fits = put({0xc0u | ((w >> 6) & 0x1f), 0x80u | (w & 0x3f)});
+        } else if (!isAnySurrogate(w)) {
+            fits = put({0xe0u | ((w >> 12) & 0xf), 0x80u | ((w >> 6) & 0x3f), 0x80u | (w & 0x3f)});
+        } else if (i + 1 < src_len && isSurrogatePair(w, src[i + 1])) {
+            const char32_t dw = 0x10000 + ((w - 0xd800) << 10) + (src[i + 1] - 0xdc00);
+            fits = put({0xf0u | ((dw >> 18) & 0x07), 0x80u | ((dw >> 12) & 0x3f),
+                        0x80u | ((dw >> 6) & 0x3f), 0x80u | (dw & 0x3f)});
+            ++i;
+        }
+        if (!fits) break;
+    }
+    *out = '\0';
 }
 
 size_t strlen16(const char16_t* s) {
@@ -153,3 +151,26 @@ size_t strlen16(const char16_t* s) {
     while (s[n]) ++n;
     return n;
 }
+
+namespace lumacast::host {
+
+bool utf8ToUtf16(std::string_view in, std::u16string* out) {
+    const auto* const src = reinterpret_cast<const uint8_t*>(in.data());
+    const ssize_t units = utf8_to_utf16_length(src, in.size());
+    if (units < 0) return false;
+    out->assign(static_cast<size_t>(units) + 1, u'\0');
+    utf8_to_utf16(src, in.size(), out->data(), out->size());
+    out->pop_back();
+    return true;
+}
+
+void utf16ToUtf8(std::u16string_view in, std::string* out) {
+    out->clear();
+    const ssize_t bytes = utf16_to_utf8_length(in.data(), in.size());
+    if (bytes <= 0) return;
+    out->assign(static_cast<size_t>(bytes) + 1, '\0');
+    utf16_to_utf8(in.data(), in.size(), out->data(), out->size());
+    out->pop_back();
+}
+
+}  // namespace lumacast::host

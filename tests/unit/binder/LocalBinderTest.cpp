@@ -42,6 +42,59 @@ TEST(LocalBinderTest, StandardTransactionsAreAnsweredByBBinder) {
     EXPECT_EQ(r2.dataSize(), 0u);
     EXPECT_EQ(b->linkToDeath(nullptr), INVALID_OPERATION);
     EXPECT_TRUE(b->isBinderAlive());
+
+    // libbinder Binder.cpp BBinder::transact: extension and pid come from BBinder itself.
+    Parcel ext;
+    EXPECT_EQ(b->transact(IBinder::EXTENSION_TRANSACTION, data, &ext), OK);
+    EXPECT_EQ(ext.readStrongBinder(), nullptr);
+    sp<BBinder> extension = new BBinder();
+    b->setExtension(extension);
+    Parcel ext2;
+    EXPECT_EQ(b->transact(IBinder::EXTENSION_TRANSACTION, data, &ext2), OK);
+    EXPECT_EQ(ext2.readStrongBinder().get(), static_cast<IBinder*>(extension.get()));
+    Parcel pid;
+    EXPECT_EQ(b->transact(IBinder::DEBUG_PID_TRANSACTION, data, &pid), OK);
+    EXPECT_EQ(pid.readInt32(), getpid());
+    EXPECT_EQ(b->transact(IBinder::SET_RPC_CLIENT_TRANSACTION, data, &r2), INVALID_OPERATION);
+    // BBinder::onTransact: property changes are acknowledged.
+    EXPECT_EQ(b->transact(IBinder::SYSPROPS_TRANSACTION, data, &r2), OK);
+    EXPECT_EQ(r2.dataSize(), 0u);
+}
+
+// What a result receiver of a shell command is sent.
+class ResultRecorder : public BBinder {
+  public:
+    status_t onTransact(uint32_t code, const Parcel& data, Parcel*, uint32_t flags) override {
+        mCode = code;
+        mFlags = flags;
+        mTokenOk = data.enforceInterface(String16(u"com.android.internal.os.IResultReceiver"));
+        mResult = data.readInt32();
+        return OK;
+    }
+    uint32_t mCode = 0;
+    uint32_t mFlags = 0;
+    bool mTokenOk = false;
+    int32_t mResult = 0;
+};
+
+// libbinder Binder.cpp BBinder::onTransact, SHELL_COMMAND_TRANSACTION: the call succeeds
+// and the result receiver gets INVALID_OPERATION in a one-way IResultReceiver.send.
+TEST(LocalBinderTest, ShellCommandTellsTheReceiverItIsUnsupported) {
+    sp<DumpRecorder> b = new DumpRecorder();
+    sp<ResultRecorder> receiver = new ResultRecorder();
+    Parcel data;
+    Parcel reply;
+    for (int i = 0; i < 3; i++) data.writeFileDescriptor(STDERR_FILENO);
+    data.writeInt32(1);
+    data.writeString16(String16(u"help"));
+    data.writeStrongBinder(nullptr);
+    data.writeStrongBinder(sp<IBinder>(receiver));
+    EXPECT_EQ(b->transact(IBinder::SHELL_COMMAND_TRANSACTION, data, &reply), OK);
+    EXPECT_EQ(receiver->mCode, static_cast<uint32_t>(IBinder::FIRST_CALL_TRANSACTION));
+    EXPECT_EQ(receiver->mFlags, static_cast<uint32_t>(IBinder::FLAG_ONEWAY));
+    EXPECT_TRUE(receiver->mTokenOk);
+    EXPECT_EQ(receiver->mResult, INVALID_OPERATION);
+    EXPECT_EQ(reply.dataSize(), 0u);
 }
 
 TEST(LocalBinderTest, DumpTransactionPassesDescriptorAndArguments) {

@@ -96,13 +96,19 @@ TEST(ParcelLayoutTest, StringsAreUtf16WithLengthTerminatorAndPadding) {
     EXPECT_EQ(p.dataAvail(), 0u);
 }
 
-TEST(ParcelLayoutTest, InvalidUtf8IsRefusedAndNothingIsWritten) {
+// libbinder Parcel.cpp writeUtf8AsUtf16: BAD_VALUE only when libutils utf8_to_utf16_length
+// fails (a sequence cut short); malformed but complete sequences convert as libutils does.
+TEST(ParcelLayoutTest, Utf8IsRefusedOnlyWhenCutShort) {
     Parcel p;
     p.writeInt32(7);
-    for (const char* bad : {"\xff", "\xc3", "\xed\xa0\x80", "\xc0\xaf", "\xf4\x90\x80\x80"}) {
-        EXPECT_EQ(p.writeUtf8AsUtf16(std::string(bad)), BAD_VALUE) << bad;
+    for (const char* cut : {"\xc3", "ab\xf0\x9f", "\xff"}) {
+        EXPECT_EQ(p.writeUtf8AsUtf16(std::string(cut)), BAD_VALUE) << cut;
     }
     EXPECT_EQ(p.dataSize(), 4u);
+    ASSERT_EQ(p.writeUtf8AsUtf16(std::string("\xed\xa0\x80\xc0\xaf")), OK);
+    Bytes expected = words({7, 2});
+    expected.insert(expected.end(), {0x00, 0xd8, 0x2f, 0x00, 0, 0, 0, 0});
+    EXPECT_EQ(bytesOf(p), expected);
 }
 
 TEST(ParcelLayoutTest, ByteVectorsArePaddedAndNullIsMinusOne) {
@@ -222,31 +228,34 @@ TEST(ParcelLayoutTest, StatusSkipsReplyHeadersAndRefusesBadLengths) {
     EXPECT_FALSE(s.isOk());
 }
 
-TEST(ParcelMalformedTest, StringsWithBadLengthsOrUnitsAreRefused) {
-    struct Case {
-        const char* what;
-        Bytes bytes;
-        status_t utf8Result;
+TEST(ParcelMalformedTest, StringsWithBadLengthsAreRefusedAndLoneSurrogatesDropped) {
+    const std::pair<const char*, Bytes> cases[] = {
+            {"length beyond the data", words({5, 0x00620061})},
+            {"huge length", words({0x7ffffffe, 0x00620061})},
+            {"max length", words({0x7fffffff})},
+            {"negative length", words({0xfffffff0u, 0, 0})},
+            {"missing terminator", words({1, 0x00620061})},
+            {"only a length", words({0})},
+            {"empty", Bytes()},
     };
-    std::vector<Case> cases = {
-            {"length beyond the data", words({5, 0x00620061}), UNEXPECTED_NULL},
-            {"huge length", words({0x7ffffffe, 0x00620061}), UNEXPECTED_NULL},
-            {"max length", words({0x7fffffff}), UNEXPECTED_NULL},
-            {"negative length", words({0xfffffff0u, 0, 0}), UNEXPECTED_NULL},
-            {"missing terminator", words({1, 0x00620061}), UNEXPECTED_NULL},
-            {"only a length", words({0}), UNEXPECTED_NULL},
-            {"empty", Bytes(), UNEXPECTED_NULL},
-            {"lone high surrogate", words({2, 0x0061d800, 0}), BAD_VALUE},
-            {"lone low surrogate", words({1, 0x0000dc00}), BAD_VALUE},
-    };
-    for (const Case& c : cases) {
-        std::unique_ptr<Parcel> p(parcelOf(c.bytes));
+    for (const auto& [what, bytes] : cases) {
+        std::unique_ptr<Parcel> p(parcelOf(bytes));
         std::string s = "unchanged";
-        EXPECT_EQ(p->readUtf8FromUtf16(&s), c.utf8Result) << c.what;
+        EXPECT_EQ(p->readUtf8FromUtf16(&s), UNEXPECTED_NULL) << what;
         p->setDataPosition(0);
         String16 s16;
-        const status_t raw = p->readString16(&s16);
-        EXPECT_EQ(raw, c.utf8Result == BAD_VALUE ? OK : UNEXPECTED_NULL) << c.what;
+        EXPECT_EQ(p->readString16(&s16), UNEXPECTED_NULL) << what;
+    }
+
+    // libbinder Parcel.cpp readUtf8FromUtf16 with libutils utf16_to_utf8: an unpaired
+    // surrogate is dropped and the read succeeds.
+    for (const auto& [bytes, text] : {std::pair<Bytes, std::string>{words({2, 0x0061d800, 0}), "a"},
+                                      {words({1, 0x0000dc00}), ""}}) {
+        std::unique_ptr<Parcel> p(parcelOf(bytes));
+        std::string s = "unchanged";
+        EXPECT_EQ(p->readUtf8FromUtf16(&s), OK);
+        EXPECT_EQ(s, text);
+        EXPECT_EQ(p->dataAvail(), 0u);
     }
 }
 

@@ -18,6 +18,7 @@ enum PeerCode : uint32_t {
     kBytes,           // int32 n -> byte vector of n bytes (i & 0xff)
     kCallingPid,      // -> int32 pid of the caller as the peer sees it
     kHeldCount,       // -> int32 number of kept binders
+    kPositiveResult,  // -> int32 7, and onTransact returns 1
 };
 
 // What a test's own callback object answers: the int32 sent, doubled.

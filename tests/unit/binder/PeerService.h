@@ -117,6 +117,10 @@ class PeerService : public android::BBinder {
                 for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<uint8_t>(i);
                 return reply->writeByteVector(bytes);
             }
+            case kPositiveResult: {
+                const status_t err = reply->writeInt32(7);
+                return err == OK ? 1 : err;
+            }
             case kCallingPid:
                 return reply->writeInt32(IPCThreadState::self()->getCallingPid());
             default:

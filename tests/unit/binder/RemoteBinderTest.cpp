@@ -7,6 +7,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -87,10 +88,50 @@ class TestCallback : public BBinder {
     std::set<std::thread::id> mThreads;
 };
 
+// Counts obituaries (in a counter that may outlive it) and notes the thread of the last.
 class DeathWatcher : public IBinder::DeathRecipient {
   public:
-    void binderDied(const wp<IBinder>&) override { died.fetch_add(1); }
-    std::atomic<int> died{0};
+    explicit DeathWatcher(
+            std::shared_ptr<std::atomic<int>> counter = std::make_shared<std::atomic<int>>(0))
+        : died(std::move(counter)) {}
+    void binderDied(const wp<IBinder>&) override {
+        char name[16] = {};
+        pthread_getname_np(pthread_self(), name, sizeof(name));
+        {
+            std::lock_guard<std::mutex> lock(mLock);
+            mThread = name;
+        }
+        died->fetch_add(1);
+    }
+    std::string thread() {
+        std::lock_guard<std::mutex> lock(mLock);
+        return mThread;
+    }
+    const std::shared_ptr<std::atomic<int>> died;
+
+  private:
+    std::mutex mLock;
+    std::string mThread;
+};
+
+// Leaves the thread's strict-mode policy and work source changed, and notes what they
+// were when the call began.
+class StateChanger : public BBinder {
+  public:
+    int32_t seenWorkSource = 0;
+    bool seenPropagate = true;
+    pid_t seenPid = 0;
+
+  protected:
+    status_t onTransact(uint32_t, const Parcel& data, Parcel* reply, uint32_t) override {
+        IPCThreadState* const ts = IPCThreadState::self();
+        seenWorkSource = static_cast<int32_t>(ts->getCallingWorkSourceUid());
+        seenPropagate = ts->shouldPropagateWorkSource();
+        seenPid = ts->getCallingPid();
+        ts->setStrictModePolicy(0x7);
+        ts->setCallingWorkSourceUid(99);
+        return reply->writeInt32(2 * data.readInt32());
+    }
 };
 
 status_t call(const sp<IBinder>& b, uint32_t code, const std::function<void(Parcel&)>& fill,
@@ -145,6 +186,12 @@ TEST_F(RemoteBinderTest, PlainCallsReachThePeer) {
     EXPECT_EQ(call(mService, 0x00abcdef, nullptr, &reply), UNKNOWN_TRANSACTION);
     // Missing arguments are the peer's read error, carried back as the call's result.
     EXPECT_EQ(call(mService, lt::kAddOne, nullptr, &reply), NOT_ENOUGH_DATA);
+    // IPCThreadState.cpp executeCommand: only a negative result replaces the reply.
+    ASSERT_EQ(call(mService, lt::kPositiveResult, nullptr, &reply), OK);
+    EXPECT_EQ(reply.readInt32(), 7);
+    // Binder.cpp BBinder::transact answers DEBUG_PID in the peer.
+    ASSERT_EQ(call(mService, IBinder::DEBUG_PID_TRANSACTION, nullptr, &reply), OK);
+    EXPECT_EQ(reply.readInt32(), mPeer->pid());
     EXPECT_EQ(addOne(mService, 1), 2);
 }
 
@@ -189,6 +236,34 @@ TEST_F(RemoteBinderTest, NestedCallbackRunsOnTheWaitingThread) {
     EXPECT_EQ(reply.readInt32(), 42);
     EXPECT_EQ(cb->values(), std::vector<int32_t>{21});
     EXPECT_EQ(cb->threads(), std::set<std::thread::id>{std::this_thread::get_id()});
+}
+
+// libbinder IPCThreadState.cpp executeCommand, BR_TRANSACTION: the call starts with the
+// work source cleared, and identity, strict-mode policy and work source are put back after.
+TEST_F(RemoteBinderTest, ServingACallLeavesTheThreadStateAsItWas) {
+    IPCThreadState* const ts = IPCThreadState::self();
+    ts->setStrictModePolicy(0x15);
+    const int64_t token = ts->setCallingWorkSourceUid(4242);
+    sp<StateChanger> cb = new StateChanger();
+    Parcel reply;
+    ASSERT_EQ(call(
+                      mService, lt::kCallBackNested,
+                      [&](Parcel& p) {
+                          p.writeStrongBinder(sp<IBinder>(cb));
+                          p.writeInt32(4);
+                      },
+                      &reply),
+              OK);
+    EXPECT_EQ(reply.readInt32(), 8);
+    EXPECT_EQ(cb->seenPid, mPeer->pid());
+    EXPECT_EQ(cb->seenWorkSource, IPCThreadState::kUnsetWorkSource);
+    EXPECT_FALSE(cb->seenPropagate);
+    EXPECT_EQ(ts->getCallingPid(), getpid());
+    EXPECT_EQ(ts->getStrictModePolicy(), 0x15);
+    EXPECT_EQ(ts->getCallingWorkSourceUid(), 4242u);
+    EXPECT_TRUE(ts->shouldPropagateWorkSource());
+    ts->restoreCallingWorkSource(token);
+    ts->setStrictModePolicy(0);
 }
 
 TEST_F(RemoteBinderTest, PeerCallsBackFromItsOwnThreadAtAnyTime) {
@@ -314,9 +389,21 @@ TEST_F(RemoteBinderTest, ParcelsUpToTheBinderLimitPassLargerOnesFail) {
 TEST_F(RemoteBinderTest, PeerDeathFailsCallsAndTellsRecipients) {
     sp<DeathWatcher> watcher = new DeathWatcher();
     ASSERT_EQ(mService->linkToDeath(watcher), OK);
+    // libbinder BpBinder.cpp unlinkToDeath: a link is found by its recipient whatever the
+    // cookie, or by its cookie when no recipient is given; the flags must match.
+    int cookie = 0;
     sp<DeathWatcher> unlinked = new DeathWatcher();
-    ASSERT_EQ(mService->linkToDeath(unlinked), OK);
+    ASSERT_EQ(mService->linkToDeath(unlinked, &cookie), OK);
+    EXPECT_EQ(mService->unlinkToDeath(unlinked, &cookie, 1), NAME_NOT_FOUND);
     ASSERT_EQ(mService->unlinkToDeath(unlinked), OK);
+    sp<DeathWatcher> byCookie = new DeathWatcher();
+    ASSERT_EQ(mService->linkToDeath(byCookie, &cookie), OK);
+    wp<IBinder::DeathRecipient> found;
+    ASSERT_EQ(mService->unlinkToDeath(nullptr, &cookie, 0, &found), OK);
+    EXPECT_EQ(found.promote().get(), byCookie.get());
+    // BpBinder.cpp reportOneDeath: recipients are held weakly, so one that is gone is not told.
+    auto goneTold = std::make_shared<std::atomic<int>>(0);
+    ASSERT_EQ(mService->linkToDeath(new DeathWatcher(goneTold)), OK);
 
     // One call is in progress when the peer goes; one kills it.
     std::atomic<status_t> sleeping{OK};
@@ -331,8 +418,12 @@ TEST_F(RemoteBinderTest, PeerDeathFailsCallsAndTellsRecipients) {
     sleeper.join();
     EXPECT_EQ(sleeping.load(), DEAD_OBJECT);
 
-    EXPECT_TRUE(waitUntil([&] { return watcher->died.load() == 1; }));
-    EXPECT_EQ(unlinked->died.load(), 0);
+    EXPECT_TRUE(waitUntil([&] { return watcher->died->load() == 1; }));
+    // Told on the pool, as the driver's BR_DEAD_BINDER is read by a looper thread.
+    EXPECT_EQ(watcher->thread().rfind("binder:", 0), 0u) << watcher->thread();
+    EXPECT_EQ(unlinked->died->load(), 0);
+    EXPECT_EQ(byCookie->died->load(), 0);
+    EXPECT_EQ(goneTold->load(), 0);
     EXPECT_FALSE(mService->isBinderAlive());
     EXPECT_EQ(mService->pingBinder(), DEAD_OBJECT);
     EXPECT_EQ(addOne(mService, 1), -1);

@@ -18,7 +18,7 @@ TEST(StringTest, RoundTripsEveryPlane) {
     ASSERT_TRUE(utf8ToUtf16(text, &u16));
     EXPECT_EQ((std::u16string{u'A', 0x00E9, 0x20AC, 0xD83D, 0xDE00}), u16);
     std::string back;
-    ASSERT_TRUE(utf16ToUtf8(u16, &back));
+    utf16ToUtf8(u16, &back);
     EXPECT_EQ(text, back);
 
     String16 s16(text.c_str());
@@ -37,42 +37,75 @@ TEST(StringTest, BoundariesOfEachLength) {
             u16 = {static_cast<char16_t>(cp)};
         }
         std::string u8;
-        ASSERT_TRUE(utf16ToUtf8(u16, &u8)) << std::hex << cp;
+        utf16ToUtf8(u16, &u8);
         std::u16string again;
         ASSERT_TRUE(utf8ToUtf16(u8, &again)) << std::hex << cp;
         EXPECT_EQ(u16, again) << std::hex << cp;
     }
 }
 
-TEST(StringTest, InvalidUtf8IsRefused) {
-    const std::string bad[] = {
-            "\x80",                  // lone continuation byte
-            "\xC3",                  // truncated two-byte sequence
-            "\xE2\x82",              // truncated three-byte sequence
-            "\xC0\xAF",              // overlong '/'
-            "\xE0\x80\xAF",          // overlong
-            "\xED\xA0\x80",          // surrogate encoded in UTF-8
-            "\xF4\x90\x80\x80",      // above U+10FFFF
-            "\xFF",                  // never valid
-            "ok\xF0\x9F\x98",        // truncated at the end
-    };
-    for (const auto& s : bad) {
+// Expected values: libutils Unicode.cpp, utf8_to_utf16_length and utf8_to_utf16 (Android 12):
+// the leading byte alone sets the length, continuation bytes are masked, not checked, and
+// only a sequence that runs past the end is refused.
+TEST(StringTest, Utf8ConvertsAsLibutilsDoes) {
+    struct Case {
+        const char* what;
+        std::string in;
         std::u16string out;
-        EXPECT_FALSE(utf8ToUtf16(s, &out)) << testing::PrintToString(s);
-        EXPECT_EQ(-1, utf8_to_utf16_length(reinterpret_cast<const uint8_t*>(s.data()), s.size()));
+    };
+    const Case cases[] = {
+            {"stray continuation byte", "\x80", {0x0080}},
+            {"bad continuation is masked", "\xC3\x41", {0x00C1}},
+            {"overlong two bytes", "\xC0\xAF", {0x002F}},
+            {"overlong three bytes", "\xE0\x80\xAF", {0x002F}},
+            {"overlong four bytes", "\xF0\x80\x80\xAF", {0x002F}},
+            {"encoded surrogate", "\xED\xA0\x80", {0xD800}},
+            {"above U+10FFFF", "\xF4\x90\x80\x80", {0xDC00, 0xDC00}},
+            {"five-byte lead reads four", "x\xFF\xBF\xBF\xBF", {u'x', 0xDFBF, 0xDFFF}},
+    };
+    for (const Case& c : cases) {
+        const auto* src = reinterpret_cast<const uint8_t*>(c.in.data());
+        EXPECT_EQ(static_cast<ssize_t>(c.out.size()), utf8_to_utf16_length(src, c.in.size()))
+                << c.what;
+        std::u16string out;
+        EXPECT_TRUE(utf8ToUtf16(c.in, &out)) << c.what;
+        EXPECT_EQ(c.out, out) << c.what;
+        EXPECT_EQ(c.out, std::u16string(String16(c.in.data(), c.in.size()).c_str())) << c.what;
+    }
+
+    // Cut short: the length is -1 and String16 is empty; the copy stops before the cut.
+    const std::pair<std::string, std::u16string> cut[] = {
+            {"\xC3", u""}, {"a\xE2\x82", u"a"}, {"ok\xF0\x9F\x98", u"ok"}, {"\xFF", u""}};
+    for (const auto& [s, copied] : cut) {
+        const auto* src = reinterpret_cast<const uint8_t*>(s.data());
+        EXPECT_EQ(-1, utf8_to_utf16_length(src, s.size())) << testing::PrintToString(s);
+        std::u16string out;
+        EXPECT_FALSE(utf8ToUtf16(s, &out));
         EXPECT_EQ(0u, String16(s.c_str()).size());
+        char16_t dst[8];
+        utf8_to_utf16(src, s.size(), dst, 8);
+        EXPECT_EQ(copied, std::u16string(dst));
     }
 }
 
-TEST(StringTest, UnpairedSurrogatesAreRefused) {
-    const std::u16string bad[] = {
-            {0xD800}, {0xDC00}, {u'a', 0xD83D}, {0xD83D, u'a'}, {0xDE00, 0xD83D},
+// Expected values: libutils Unicode.cpp, utf16_to_utf8_length and utf16_to_utf8 (Android 12):
+// an unpaired surrogate is skipped, the rest converts.
+TEST(StringTest, UnpairedSurrogatesAreDropped) {
+    const std::pair<std::u16string, std::string> cases[] = {
+            {{0xD800}, ""},
+            {{0xDC00}, ""},
+            {{u'a', 0xD83D}, "a"},
+            {{0xD83D, u'a'}, "a"},
+            {{0xDE00, 0xD83D}, ""},
+            {{0xD83D, 0xD83D, 0xDE00}, "\xF0\x9F\x98\x80"},
     };
-    for (const auto& s : bad) {
-        std::string out;
-        EXPECT_FALSE(utf16ToUtf8(s, &out));
-        EXPECT_EQ(-1, utf16_to_utf8_length(s.data(), s.size()));
-        EXPECT_TRUE(String8(s.data(), s.size()).isEmpty());
+    for (const auto& [in, expected] : cases) {
+        EXPECT_EQ(static_cast<ssize_t>(expected.size()), utf16_to_utf8_length(in.data(), in.size()))
+                << expected;
+        std::string out = "stale";
+        utf16ToUtf8(in, &out);
+        EXPECT_EQ(expected, out);
+        EXPECT_EQ(expected, String8(in.data(), in.size()).string());
     }
 }
 

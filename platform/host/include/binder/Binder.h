@@ -3,6 +3,7 @@
 #include <binder/IBinder.h>
 
 #include <atomic>
+#include <mutex>
 
 namespace android {
 
@@ -20,8 +21,15 @@ class BBinder : public IBinder {
     status_t pingBinder() override;
     status_t dump(int fd, const Vector<String16>& args) override;
 
-    // Answers PING_TRANSACTION itself and hands everything else to onTransact.
+    // Answers PING, EXTENSION, DEBUG_PID and SET_RPC_CLIENT itself and hands everything
+    // else to onTransact.
     status_t transact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags = 0) final;
+
+    // An object that extends this one's interface, handed out by EXTENSION_TRANSACTION.
+    void setExtension(const sp<IBinder>& extension);
+    sp<IBinder> getExtension();
+
+    pid_t getDebugPid();
 
     status_t linkToDeath(const sp<DeathRecipient>& recipient, void* cookie = nullptr,
                          uint32_t flags = 0) final;
@@ -33,7 +41,7 @@ class BBinder : public IBinder {
   protected:
     ~BBinder() override;
 
-    // Answers INTERFACE_TRANSACTION and DUMP_TRANSACTION; UNKNOWN_TRANSACTION otherwise.
+    // Answers INTERFACE, DUMP, SHELL_COMMAND and SYSPROPS; UNKNOWN_TRANSACTION otherwise.
     virtual status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                                 uint32_t flags = 0);
 
@@ -43,6 +51,8 @@ class BBinder : public IBinder {
     BBinder& operator=(const BBinder&) = delete;
 
     std::atomic<int32_t> mStability{0};
+    std::mutex mExtensionLock;
+    sp<IBinder> mExtension;
 };
 
 // Base of the proxies: holds the strong reference to the remote binder.

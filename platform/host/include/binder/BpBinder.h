@@ -43,8 +43,9 @@ class BpBinder : public IBinder {
     friend class hostbinder::Session;
     friend class internal::Stability;
 
+    // Recipients are held weakly, as libbinder does: one that is gone is not told.
     struct Obituary {
-        sp<DeathRecipient> recipient;
+        wp<DeathRecipient> recipient;
         void* cookie;
         uint32_t flags;
     };

@@ -48,7 +48,7 @@ class IPCThreadState {
     // Serves incoming calls on this thread; does not return.
     void joinThreadPool(bool isMain = true);
 
-    static const int32_t kUnsetWorkSource = -1;
+    static constexpr int32_t kUnsetWorkSource = -1;
 
     ~IPCThreadState();
 

@@ -63,8 +63,9 @@ status_t BpBinder::unlinkToDeath(const wp<DeathRecipient>& recipient, void* cook
     std::lock_guard<std::mutex> lock(mLock);
     if (mObitsSent) return DEAD_OBJECT;
     for (auto it = mObituaries.begin(); it != mObituaries.end(); ++it) {
-        if (it->recipient.get() == recipient.unsafe_get() && it->cookie == cookie &&
-            it->flags == flags) {
+        // By recipient, or by cookie when no recipient is given; flags must match.
+        const bool byCookie = recipient.unsafe_get() == nullptr && it->cookie == cookie;
+        if ((it->recipient == recipient || byCookie) && it->flags == flags) {
             if (outRecipient != nullptr) *outRecipient = it->recipient;
             mObituaries.erase(it);
             return NO_ERROR;
@@ -82,7 +83,9 @@ void BpBinder::sendObituary() {
         obits.swap(mObituaries);
     }
     const wp<IBinder> who(this);
-    for (const Obituary& o : obits) o.recipient->binderDied(who);
+    for (const Obituary& o : obits) {
+        if (const sp<DeathRecipient> recipient = o.recipient.promote()) recipient->binderDied(who);
+    }
 }
 
 BpBinder* BpBinder::remoteBinder() { return this; }

@@ -447,14 +447,8 @@ status_t Parcel::readUtf8FromUtf16(std::string* str) const {
     size_t units = 0;
     const char16_t* const src = readString16Inplace(&units);
     if (src == nullptr) return UNEXPECTED_NULL;
-    if (units == 0) {
-        str->clear();
-        return OK;
-    }
-    if (!lumacast::host::utf16ToUtf8(std::u16string_view(src, units), str)) {
-        str->clear();
-        return BAD_VALUE;
-    }
+    // Unpaired surrogates are dropped, as libbinder does.
+    lumacast::host::utf16ToUtf8(std::u16string_view(src, units), str);
     return OK;
 }
 

@@ -70,7 +70,9 @@ void ThreadPool::join() {
             job = std::move(mQueue.front());
             mQueue.pop_front();
         }
-        if (job.drainAsync) {
+        if (job.dead != nullptr) {
+            job.dead->sendObituary();
+        } else if (job.drainAsync) {
             job.session->drainAsync();
         } else {
             job.session->execute(std::move(job.message));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <binder/BpBinder.h>
 #include <binder/IBinder.h>
 #include <stddef.h>
 #include <stdint.h>
@@ -26,6 +27,8 @@ class ThreadPool {
         sp<Session> session;
         Incoming message;
         bool drainAsync = false;
+        // Set for an obituary: the proxy whose recipients are told.
+        sp<BpBinder> dead;
     };
 
     void enqueue(Job&& job);

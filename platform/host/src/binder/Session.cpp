@@ -390,9 +390,16 @@ void Session::execute(Incoming&& message) {
     status_t err = message.error;
     if (err == OK) {
         IPCThreadState* const ts = IPCThreadState::self();
+        // What the handler may change (enforceInterface sets the policy and work source)
+        // is put back afterwards, as IPCThreadState::executeCommand does.
         const pid_t savedPid = ts->mCallingPid;
         const uid_t savedUid = ts->mCallingUid;
         const int32_t savedFlags = ts->mLastTransactionBinderFlags;
+        const int32_t savedPolicy = ts->mStrictModePolicy;
+        const int32_t savedWorkSource = ts->mWorkSource;
+        const bool savedPropagate = ts->mPropagateWorkSource;
+        ts->clearCallingWorkSource();
+        ts->clearPropagateWorkSource();
         ts->mCallingPid = mPeerPid;
         ts->mCallingUid = mPeerUid;
         ts->mLastTransactionBinderFlags = static_cast<int32_t>(body.flags);
@@ -402,6 +409,11 @@ void Session::execute(Incoming&& message) {
         ts->mCallingPid = savedPid;
         ts->mCallingUid = savedUid;
         ts->mLastTransactionBinderFlags = savedFlags;
+        ts->mStrictModePolicy = savedPolicy;
+        ts->mWorkSource = savedWorkSource;
+        ts->mPropagateWorkSource = savedPropagate;
+        // A positive result is not an error: libbinder sends the reply as written.
+        if (err > 0) err = OK;
     }
     if (!oneway) sendReply(body.callId, err, &reply);
 }
@@ -593,7 +605,7 @@ bool Session::handleMessage(Incoming&& message) {
                 mAsyncQueue.push_back(std::move(message));
                 if (mAsyncRunning) return true;
                 mAsyncRunning = true;
-                Runtime::get().pool().enqueue({sp<Session>(this), Incoming(), true});
+                Runtime::get().pool().enqueue({sp<Session>(this), Incoming(), true, nullptr});
                 return true;
             }
             if (body.nestedIn != 0) {
@@ -605,7 +617,7 @@ bool Session::handleMessage(Incoming&& message) {
                     return true;
                 }
             }
-            Runtime::get().pool().enqueue({sp<Session>(this), std::move(message), false});
+            Runtime::get().pool().enqueue({sp<Session>(this), std::move(message), false, nullptr});
             return true;
         }
         case CMD_REPLY: {
@@ -707,7 +719,10 @@ void Session::teardown() {
     }
     ALOGI("Session with peer %d ended; released %zu objects it held", mPeerPid, exports.size());
     exports.clear();
-    for (const sp<BpBinder>& proxy : proxies) proxy->sendObituary();
+    // Obituaries are delivered on the pool, as the driver's BR_DEAD_BINDER is.
+    for (const sp<BpBinder>& proxy : proxies) {
+        Runtime::get().pool().enqueue({sp<Session>(this), Incoming(), false, proxy});
+    }
 }
 
 }  // namespace hostbinder

@@ -5,10 +5,10 @@
 
 namespace lumacast::host {
 
-// Strict conversions: overlong forms, surrogates encoded in UTF-8, code points above
-// U+10FFFF, truncated sequences and unpaired UTF-16 surrogates are all refused (false),
-// leaving *out unspecified.
+// The libutils conversions on std strings, as String16, String8 and Parcel use them.
+// UTF-8 is refused (false, *out unspecified) only when a sequence runs past the end;
+// everything else converts as libutils converts it. Unpaired UTF-16 surrogates are dropped.
 bool utf8ToUtf16(std::string_view in, std::u16string* out);
-bool utf16ToUtf8(std::u16string_view in, std::string* out);
+void utf16ToUtf8(std::u16string_view in, std::string* out);
 
 }  // namespace lumacast::host
