@@ -331,9 +331,9 @@ std::string status() {
                    std::to_string(m.received.size()) + (m.finished ? ", finished" : "");
         });
     }
-    const std::vector<std::string> faults = faultLines(b);
-    out += faults.empty() ? "\nfaults: none" : "\nfaults:";
-    for (const std::string& line : faults) out += "\n  " + line;
+    const std::vector<std::string> armed = faultLines(b);
+    out += armed.empty() ? "\nfaults: none" : "\nfaults:";
+    for (const std::string& line : armed) out += "\n  " + line;
     return out;
 }
 
