@@ -11,6 +11,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <string>
 
 #include "service/DumpText.h"

@@ -198,8 +198,8 @@ TEST(StreamingTest, ListenersCallingTheServiceFromTheirCallback) {
         });
         const sp<RecordingListener> survivor = new RecordingListener();
         bool ok = false;
-        for (const sp<RecordingListener>& l : {sp<RecordingListener>(quitter),
-                                               sp<RecordingListener>(commander), survivor}) {
+        for (const sp<RecordingListener>& l :
+             {sp<RecordingListener>(quitter), sp<RecordingListener>(commander), survivor}) {
             ASSERT_TRUE(service->setCallback(l, &ok).isOk());
             ASSERT_TRUE(ok);
         }
@@ -211,9 +211,10 @@ TEST(StreamingTest, ListenersCallingTheServiceFromTheirCallback) {
         EXPECT_TRUE(removed);
         EXPECT_EQ(1u, quitter->frameCount());
         EXPECT_TRUE(commandFailed);
-        EXPECT_TRUE(tv.waitForLog("LumacastService::continueProcess camera command from inside a "
-                                  "listener's callback refused",
-                                  kDataMs));
+        EXPECT_TRUE(
+                tv.waitForLog("LumacastService::continueProcess camera command from inside a "
+                              "listener's callback refused",
+                              kDataMs));
         // Nothing was sent for the refused command; commands from elsewhere are served.
         for (const std::string& c : camsimCommands(tv)) {
             EXPECT_EQ(c.find("\"cmd_id\":15"), std::string::npos) << c;

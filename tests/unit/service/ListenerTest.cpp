@@ -214,9 +214,10 @@ TEST_F(ServiceTest, ListenerCallsTheServiceFromInsideItsCallback) {
     EXPECT_EQ(0u, skipped->count());
 
     EXPECT_FALSE(commandResult);
-    EXPECT_TRUE(log.contains("LumacastService::continueProcess camera command from inside a "
-                             "listener's callback refused",
-                             ANDROID_LOG_ERROR));
+    EXPECT_TRUE(
+            log.contains("LumacastService::continueProcess camera command from inside a "
+                         "listener's callback refused",
+                         ANDROID_LOG_ERROR));
     EXPECT_TRUE(log.contains("LumacastService::getZoomSwitch failed"));
     EXPECT_EQ(0u, camera->commandCount()) << "sent a command whose answer nobody could read";
     // Commands from elsewhere are served as before.
