@@ -333,7 +333,10 @@ void SocketClient::paceAfterDrop(std::chrono::milliseconds* pause) {
     std::unique_lock<std::mutex> lock(mStateMutex);
     const auto next = mConnectedAt + *pause;
     *pause = std::min(*pause * 2, kMaxDropPause);
-    mStateCond.wait_until(lock, next, [this] { return mShutdownPending; });
+    // A command that needs the camera connects through init() at once; its answer must
+    // not wait for the pause.
+    mStateCond.wait_until(lock, next,
+                          [this] { return mShutdownPending || connectState == CONNECTED; });
 }
 
 void SocketClient::waitForCamera() {

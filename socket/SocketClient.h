@@ -77,8 +77,8 @@ class SocketClient {
     void readMessage();
     // Passes until the run should end; counts failed reconnects in *reconnectCount.
     void runPasses(int* reconnectCount);
-    // After a dropped connection: waits until *pause after that connection was made, then
-    // doubles *pause up to a cap.
+    // After a dropped connection: waits until *pause after that connection was made (or
+    // until init() connects), then doubles *pause up to a cap.
     void paceAfterDrop(std::chrono::milliseconds* pause);
     // Ends a run unless a connection made by init() meanwhile still needs the loop.
     bool finishRun();
