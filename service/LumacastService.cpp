@@ -9,9 +9,9 @@
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
-#include <time.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <string>
 
 #include "service/DumpText.h"
@@ -34,17 +34,27 @@ constexpr int kHeartbeatCmd = 254;
 char sResultText[LumacastService::RESULT_TEXT_SIZE];
 unsigned char sAlivePacket[LumacastService::SEND_BUFFER_SIZE];
 
-// Holds mCallbackMutex for a scope.
+// Holds mCallbackMutex for a scope, unless this thread holds it already.
 class CallbackLock {
   public:
-    explicit CallbackLock(pthread_mutex_t* mutex) : mMutex(mutex) { pthread_mutex_lock(mMutex); }
-    ~CallbackLock() { pthread_mutex_unlock(mMutex); }
+    explicit CallbackLock(pthread_mutex_t* mutex, bool held = false)
+        : mMutex(held ? nullptr : mutex) {
+        if (mMutex != nullptr) pthread_mutex_lock(mMutex);
+    }
+    ~CallbackLock() {
+        if (mMutex != nullptr) pthread_mutex_unlock(mMutex);
+    }
     CallbackLock(const CallbackLock&) = delete;
     CallbackLock& operator=(const CallbackLock&) = delete;
 
   private:
     pthread_mutex_t* mMutex;
 };
+
+// The service whose fan-out runs on this thread. Binder runs a call that a listener makes
+// from inside its callback on the thread that is waiting for that callback, so such a
+// call finds itself here.
+thread_local const LumacastService* tDelivering = nullptr;
 
 }  // namespace
 
@@ -118,6 +128,9 @@ LumacastService::LumacastService()
       mServiceClient(nullptr),
       mUSBEventInterrupt(nullptr),
       mCallbackMutex(),
+      mCallbackCount(0),
+      mDeliveryNext(0),
+      mDeliveryEnd(0),
       mDestroyed(false) {
     __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService START");
     __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "Lumacast now setting to false");
@@ -154,6 +167,7 @@ void LumacastService::destroy() {
     mServiceClient = nullptr;
     pthread_mutex_destroy(&mCallbackMutex);
     while (!mCallbacks.empty()) mCallbacks.pop_back();
+    mCallbackCount = 0;
     property_set(kSubscribeStatusProperty, "false");
 }
 
@@ -167,6 +181,14 @@ bool LumacastService::readCameraPresent() {
 }
 
 bool LumacastService::continueProcess() {
+    if (insideDelivery()) {
+        // The camera's answer would be read by this very thread, which is busy calling the
+        // listener that made this call: the wait could only run out.
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "LumacastService::continueProcess camera command from inside a "
+                            "listener's callback refused");
+        return false;
+    }
     if (!readCameraPresent()) {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
                             "LumacastService::continueProcess camera do not exit");
@@ -268,19 +290,27 @@ Status LumacastService::removeCallback(const sp<ILumacastCallback>& callback, bo
     return Status::ok();
 }
 
+// A listener may register or remove listeners from inside its callback. That call runs on
+// the delivering thread, which holds mCallbackMutex for the whole delivery and cannot go on
+// before the call returns, so it changes the list without taking the lock again. The
+// delivery in progress then goes on over the changed list: a listener removed under it is
+// not called any more, not even for the rest of this block; a listener added (or
+// registered again, which moves it to the end) under it hears from the next block on.
+// Other threads still wait for the delivery to finish.
 void LumacastService::insertListener(const sp<ILumacastCallback>& callback) {
     {
-        CallbackLock lock(&mCallbackMutex);
+        CallbackLock lock(&mCallbackMutex, insideDelivery());
         const sp<IBinder> binder = IInterface::asBinder(callback);
-        for (auto it = mCallbacks.begin(); it != mCallbacks.end(); ++it) {
-            if (IInterface::asBinder(*it) == binder) {
+        for (size_t i = 0; i < mCallbacks.size(); ++i) {
+            if (IInterface::asBinder(mCallbacks[i]) == binder) {
                 __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
                                     "LumacastService::insertListener already exist, remove");
-                mCallbacks.erase(it);
+                eraseListenerLocked(i);
                 break;
             }
         }
         mCallbacks.push_back(callback);
+        mCallbackCount = static_cast<int>(mCallbacks.size());
         __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
                             "LumacastService::insertListener size = %d ",
                             static_cast<int>(mCallbacks.size()));
@@ -291,11 +321,11 @@ void LumacastService::insertListener(const sp<ILumacastCallback>& callback) {
 void LumacastService::removeListener(const sp<ILumacastCallback>& callback) {
     bool empty = false;
     {
-        CallbackLock lock(&mCallbackMutex);
+        CallbackLock lock(&mCallbackMutex, insideDelivery());
         const sp<IBinder> binder = IInterface::asBinder(callback);
-        for (auto it = mCallbacks.begin(); it != mCallbacks.end(); ++it) {
-            if (IInterface::asBinder(*it) == binder) {
-                mCallbacks.erase(it);
+        for (size_t i = 0; i < mCallbacks.size(); ++i) {
+            if (IInterface::asBinder(mCallbacks[i]) == binder) {
+                eraseListenerLocked(i);
                 __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
                                     "LumacastService::removeListener erase");
                 break;
@@ -309,39 +339,57 @@ void LumacastService::removeListener(const sp<ILumacastCallback>& callback) {
     if (empty) property_set(kSubscribeStatusProperty, "false");
 }
 
-int LumacastService::callbackSize() {
-    // Under the lock: the list changes on binder threads.
-    CallbackLock lock(&mCallbackMutex);
-    return static_cast<int>(mCallbacks.size());
+void LumacastService::eraseListenerLocked(size_t index) {
+    mCallbacks.erase(mCallbacks.begin() + static_cast<std::ptrdiff_t>(index));
+    mCallbackCount = static_cast<int>(mCallbacks.size());
+    if (index < mDeliveryNext) --mDeliveryNext;
+    if (index < mDeliveryEnd) --mDeliveryEnd;
 }
+
+// Without the lock, so that it answers while a delivery waits for a slow listener.
+int LumacastService::callbackSize() { return mCallbackCount; }
+
+bool LumacastService::insideDelivery() const { return tDelivering == this; }
 
 // ---- fan-out --------------------------------------------------------------------------
 
+template <typename F>
+void LumacastService::fanOut(F deliver) {
+    CallbackLock lock(&mCallbackMutex);
+    tDelivering = this;
+    mDeliveryEnd = mCallbacks.size();
+    for (mDeliveryNext = 0; mDeliveryNext < mDeliveryEnd;) {
+        // A copy: the listener may remove itself and must outlive its own call.
+        const sp<ILumacastCallback> callback = mCallbacks[mDeliveryNext++];
+        deliver(callback);
+    }
+    mDeliveryNext = 0;
+    mDeliveryEnd = 0;
+    tDelivering = nullptr;
+}
+
 int LumacastService::processFrame(int blockCount, int blockParam, unsigned char* data, int len) {
     if (data == nullptr) len = 0;
-    CallbackLock lock(&mCallbackMutex);
     // One copy per block, shared by every listener.
     const std::vector<uint8_t> block(data, data + (len > 0 ? len : 0));
-    for (const sp<ILumacastCallback>& callback : mCallbacks) {
+    fanOut([&](const sp<ILumacastCallback>& callback) {
         callback->onFrame(blockCount, blockParam, block);
-    }
+    });
     return 0;
 }
 
 int LumacastService::processAiProtobuf(unsigned char* data, int len) {
     if (data == nullptr) len = 0;
-    CallbackLock lock(&mCallbackMutex);
     const std::vector<uint8_t> block(data, data + (len > 0 ? len : 0));
-    for (const sp<ILumacastCallback>& callback : mCallbacks) callback->onProtoBuf(block);
+    fanOut([&](const sp<ILumacastCallback>& callback) { callback->onProtoBuf(block); });
     return 0;
 }
 
 int LumacastService::processAiJson(unsigned char* data, int /*len*/) {
     if (data == nullptr) return 0;
-    CallbackLock lock(&mCallbackMutex);
-    for (const sp<ILumacastCallback>& callback : mCallbacks) {
+    fanOut([&](const sp<ILumacastCallback>& callback) {
         callback->onAiData(std::string(reinterpret_cast<const char*>(data)));
-    }
+    });
     return 0;
 }
 
@@ -1069,18 +1117,7 @@ status_t LumacastService::dump(int fd, const Vector<String16>& /* args */) {
         text += std::string("  heartbeat: ") +
                 (armed ? "every " + std::to_string(kAliveIntervalMs) + " ms" : "not armed") + "\n";
     }
-    // The fan-out holds the listener lock while a listener answers; a stuck listener must
-    // not make dumpsys hang too.
-    struct timespec deadline;
-    clock_gettime(CLOCK_REALTIME, &deadline);
-    deadline.tv_sec += 1;
-    if (pthread_mutex_timedlock(&mCallbackMutex, &deadline) == 0) {
-        const size_t listeners = mCallbacks.size();
-        pthread_mutex_unlock(&mCallbackMutex);
-        text += "  listeners: " + std::to_string(listeners) + "\n";
-    } else {
-        text += "  listeners: unknown (a delivery has held the list for over 1 s)\n";
-    }
+    text += "  listeners: " + std::to_string(mCallbackCount.load()) + "\n";
     text += std::string("  ") + kSubscribeStatusProperty + ": " +
             (subscribeStatus[0] != '\0' ? subscribeStatus : "unset") + "\n";
     std::string waiting;

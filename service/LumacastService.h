@@ -8,6 +8,7 @@
 #include <utils/StrongPointer.h>
 #include <utils/Vector.h>
 
+#include <atomic>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -148,6 +149,15 @@ class LumacastService : public kora::lumacast::BnLumacast {
     void insertListener(const ::android::sp<::kora::lumacast::ILumacastCallback>& callback);
     void removeListener(const ::android::sp<::kora::lumacast::ILumacastCallback>& callback);
     int callbackSize();
+    // True on the thread that is delivering camera data to the listeners, i.e. for a call
+    // that a listener makes from inside its callback; that thread holds mCallbackMutex.
+    bool insideDelivery() const;
+    // Erases the listener at `index` under mCallbackMutex, keeping a delivery in progress
+    // on its course.
+    void eraseListenerLocked(size_t index);
+    // Calls `deliver` on every listener in list order, under mCallbackMutex.
+    template <typename F>
+    void fanOut(F deliver);
 
     // Steps of every camera command after the readiness check: false (after the busy
     // message) when a call of this kind still waits; otherwise sends `text` and waits for
@@ -195,6 +205,12 @@ class LumacastService : public kora::lumacast::BnLumacast {
     ILumacastClient* mServiceClient;
     USBEventInterrupt* mUSBEventInterrupt;
     pthread_mutex_t mCallbackMutex;
+    // Size of mCallbacks, changed under mCallbackMutex and read without it.
+    std::atomic<int> mCallbackCount;
+    // The delivery in progress: the next listener to call and the end of the listeners it
+    // calls. Guarded by mCallbackMutex; both 0 between deliveries.
+    size_t mDeliveryNext;
+    size_t mDeliveryEnd;
 
     // The command exchange's shared state: signal fields, result slot, deliveries and
     // sResultText.

@@ -14,6 +14,8 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "socket/CameraProtocol.h"
 
 namespace android {
@@ -26,6 +28,9 @@ constexpr int kMaxReconnectCount = 9;
 constexpr int kUninitWaitMs = 5000;
 // While init() connects on a binder thread, the read loop looks again this often.
 constexpr useconds_t kConnectingPollUs = 10000;
+// Pace of reconnects after dropped connections; see runPasses.
+constexpr std::chrono::milliseconds kDropPause(100);
+constexpr std::chrono::milliseconds kMaxDropPause(1000);
 // Bounds connect() and every write: a camera that neither answers nor refuses must not
 // hold a binder thread or the write thread for minutes.
 constexpr time_t kSendTimeoutSec = 2;
@@ -68,6 +73,7 @@ SocketClient::SocketClient(ILumacastClient* client)
       mAiData(nullptr),
       mShutdownPending(false),
       mWriting(false),
+      mDelivered(0),
       mLoopRunning(false),
       mWriteInFlight(false),
       mSendFrame{} {
@@ -148,6 +154,7 @@ bool SocketClient::installSocket(int fd) {
     }
     closeSocketLocked(lock);
     mSocketFD = fd;
+    mConnectedAt = std::chrono::steady_clock::now();
     mIsUninit = false;
     connectState = CONNECTED;
     mStateCond.notify_all();
@@ -284,6 +291,14 @@ bool SocketClient::finishRun() {
 
 void SocketClient::runPasses(int* reconnectCount) {
     if (mIsUninit) return;
+    // A camera that accepts and hangs up at once (firmware still booting, a server that
+    // resets) would be reconnected in a tight loop: a successful reconnect does not count
+    // against the run's budget, so that an occasional drop over hours of streaming never
+    // ends the run. Drops are paced instead: the next attempt starts at least kDropPause
+    // after the dropped connection was made, and while connections keep ending before the
+    // camera has sent anything the pause doubles up to kMaxDropPause, which keeps both the
+    // attempts and the few lines each one logs to a trickle.
+    std::chrono::milliseconds dropPause = kDropPause;
     for (;;) {
         if (!cameraExit) {
             waitForCamera();
@@ -306,9 +321,22 @@ void SocketClient::runPasses(int* reconnectCount) {
             if (mIsUninit) return;
             continue;
         }
+        const uint64_t delivered = mDelivered;
         readMessage();
         if (mIsUninit) return;
+        if (mDelivered != delivered) dropPause = kDropPause;
+        if (connectState == DISCONNECT) paceAfterDrop(&dropPause);
     }
+}
+
+void SocketClient::paceAfterDrop(std::chrono::milliseconds* pause) {
+    std::unique_lock<std::mutex> lock(mStateMutex);
+    const auto next = mConnectedAt + *pause;
+    *pause = std::min(*pause * 2, kMaxDropPause);
+    // A command that needs the camera connects through init() at once; its answer must
+    // not wait for the pause.
+    mStateCond.wait_until(lock, next,
+                          [this] { return mShutdownPending || connectState == CONNECTED; });
 }
 
 void SocketClient::waitForCamera() {
@@ -475,6 +503,7 @@ void SocketClient::readMessage() {
 }
 
 void SocketClient::deliverBlock(int blockParam, int len) {
+    ++mDelivered;
     if (mLumacastClient == nullptr) {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
                             "SocketClient::socketRead nullptr == mLumacastClient err");
@@ -496,6 +525,7 @@ void SocketClient::deliverBlock(int blockParam, int len) {
 }
 
 void SocketClient::deliverResult(int len) {
+    ++mDelivered;
     if (mLumacastClient == nullptr) {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
                             "SocketClient::socketRead nullptr == mLumacastClient err");
@@ -636,6 +666,7 @@ void SocketClient::uninit() {
         mShutdownPending = true;
         mIsUninit = true;
     }
+    mStateCond.notify_all();  // ends a pause between reconnects
     SignalUtil* signal = new SignalUtil();
     bool waitForLoop = false;
     {

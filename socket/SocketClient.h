@@ -3,6 +3,7 @@
 #include <stdint.h>
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 
@@ -76,6 +77,9 @@ class SocketClient {
     void readMessage();
     // Passes until the run should end; counts failed reconnects in *reconnectCount.
     void runPasses(int* reconnectCount);
+    // After a dropped connection: waits until *pause after that connection was made (or
+    // until init() connects), then doubles *pause up to a cap.
+    void paceAfterDrop(std::chrono::milliseconds* pause);
     // Ends a run unless a connection made by init() meanwhile still needs the loop.
     bool finishRun();
     void waitForCamera();
@@ -125,6 +129,9 @@ class SocketClient {
     std::condition_variable mStateCond;
     bool mShutdownPending;  // guarded by mStateMutex
     bool mWriting;          // guarded by mStateMutex
+    std::chrono::steady_clock::time_point mConnectedAt;  // guarded by mStateMutex
+    // Blocks and results handed to the service; read thread only.
+    uint64_t mDelivered;
 
     // Whether a run of the read loop is under way, so that init() neither hands over a
     // second run (which would block it) nor leaves a new connection without a reader.

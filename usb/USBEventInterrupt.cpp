@@ -5,6 +5,7 @@
 #include <arpa/inet.h>
 #include <dirent.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <hardware_legacy/uevent.h>
 #include <limits.h>
 #include <log/log.h>
@@ -207,6 +208,13 @@ int USBEventInterrupt::onProcess(void*, void*) {
     if (ueventFd < 0) {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
                             "USBEventInterrupt::onProcess uevent_init failed");
+    }
+    // The platform's uevent_init may open the socket without close-on-exec; every
+    // system("ip ...") of the network set-up would then hand it to its child.
+    if (ueventFd >= 0 && fcntl(ueventFd, F_SETFD, FD_CLOEXEC) != 0) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "USBEventInterrupt::onProcess fcntl FD_CLOEXEC failed!(%s,%d)",
+                            strerror(errno), errno);
     }
 
     char msg[kUeventBufferSize];

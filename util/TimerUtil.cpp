@@ -61,21 +61,27 @@ TimerUtil::TimerUtil(const char* timerName, ILumacastClient* lumacastClient)
 }
 
 TimerUtil::~TimerUtil() {
-    mTimeInterval = 0;
-    if (mClient != nullptr) {
-        pthread_mutex_lock(&mMutex);
-        mStopRequested = true;
-        pthread_cond_signal(&mCond);
-        pthread_mutex_unlock(&mMutex);
-        void* result = nullptr;
-        pthread_join(mThread, &result);
-        __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "~TimerUtil %s exitRet:%d", mThreadName,
-                            threadExitValue(result));
-    }
+    stop();
     pthread_mutex_destroy(&mMutex);
     pthread_cond_destroy(&mCond);
     delete mClient;
     mClient = nullptr;
+}
+
+void TimerUtil::stop() {
+    pthread_mutex_lock(&mMutex);
+    const bool joinHere = mClient != nullptr && !mStopRequested;
+    // Both under the lock, which start() holds while it checks and sets: a start() cannot
+    // put an interval back between the two.
+    mTimeInterval = 0;
+    mStopRequested = true;
+    pthread_cond_signal(&mCond);
+    pthread_mutex_unlock(&mMutex);
+    if (!joinHere) return;
+    void* result = nullptr;
+    pthread_join(mThread, &result);
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "~TimerUtil %s exitRet:%d", mThreadName,
+                        threadExitValue(result));
 }
 
 void TimerUtil::start(int milliSecondInterval) {
@@ -84,6 +90,11 @@ void TimerUtil::start(int milliSecondInterval) {
         pthread_mutex_unlock(&mMutex);
         __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "TimerUtil::start %s mIsStarted:%d",
                             mThreadName, 1);
+        return;
+    }
+    if (mStopRequested) {
+        pthread_mutex_unlock(&mMutex);
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "TimerUtil::start %s stopped", mThreadName);
         return;
     }
     if (milliSecondInterval <= 0) {

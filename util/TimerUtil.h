@@ -31,6 +31,9 @@ public:
 
     // Arms the timer; later calls are ignored, so the first interval holds for good.
     void start(int milliSecondInterval);
+    // Ends and joins the timer thread (the destructor does it too); a start() made
+    // meanwhile or later on another thread is ignored.
+    void stop();
     int onProcess(void* data1 = nullptr, void* data2 = nullptr);
 
     bool isStarted() const { return mIsStarted.load(); }

@@ -6,7 +6,9 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <fstream>
+#include <functional>
 #include <sstream>
 
 #include "tests/e2e/E2eSupport.h"
@@ -158,6 +160,71 @@ TEST(StreamingTest, KilledListenerProcessDoesNotStopTheOthers) {
                 tv.ctl({"listen", "--count", "20", "--quiet", "--require", "frame"});
         EXPECT_EQ(late.exitCode, 0) << late.out << late.err;
         ASSERT_TRUE(tv.daemonRunning(&why)) << why;
+        EXPECT_TRUE(service->removeCallback(survivor, &ok).isOk());
+    });
+}
+
+// A listener that calls the service from inside its first onFrame; binder runs that call
+// on the daemon's delivering thread.
+class CallingListener : public RecordingListener {
+  public:
+    explicit CallingListener(std::function<void()> action) : mAction(std::move(action)) {}
+    android::binder::Status onFrame(int32_t blockCount, int32_t blockParam,
+                                    const std::vector<uint8_t>& data) override {
+        if (!mActed.exchange(true)) mAction();
+        return RecordingListener::onFrame(blockCount, blockParam, data);
+    }
+
+  private:
+    const std::function<void()> mAction;
+    std::atomic<bool> mActed{false};
+};
+
+TEST(StreamingTest, ListenersCallingTheServiceFromTheirCallback) {
+    onFakeTv([](FakeTv& tv) {
+        plugAndWait(tv);
+        const sp<ILumacast> service = lumacastService();
+        ASSERT_NE(service, nullptr);
+        sp<CallingListener> quitter;
+        std::atomic<bool> removed{false};
+        std::atomic<bool> commandFailed{false};
+        quitter = new CallingListener([&] {
+            bool ok = false;
+            removed = service->removeCallback(quitter, &ok).isOk() && ok;
+        });
+        const sp<CallingListener> commander = new CallingListener([&] {
+            bool on = true;
+            commandFailed = service->getZoomSwitch(&on).isOk() && !on;
+        });
+        const sp<RecordingListener> survivor = new RecordingListener();
+        bool ok = false;
+        for (const sp<RecordingListener>& l :
+             {sp<RecordingListener>(quitter), sp<RecordingListener>(commander), survivor}) {
+            ASSERT_TRUE(service->setCallback(l, &ok).isOk());
+            ASSERT_TRUE(ok);
+        }
+        // The first command connects the link; data flows from then on.
+        ASSERT_TRUE(service->setAiSubscribeType(1, &ok).isOk());
+        EXPECT_TRUE(ok);
+        ASSERT_TRUE(survivor->waitForFrames(30, std::chrono::milliseconds(kDataMs)));
+        ASSERT_TRUE(commander->waitForFrames(30, std::chrono::milliseconds(kDataMs)));
+        EXPECT_TRUE(removed);
+        EXPECT_EQ(1u, quitter->frameCount());
+        EXPECT_TRUE(commandFailed);
+        EXPECT_TRUE(
+                tv.waitForLog("LumacastService::continueProcess camera command from inside a "
+                              "listener's callback refused",
+                              kDataMs));
+        // Nothing was sent for the refused command; commands from elsewhere are served.
+        for (const std::string& c : camsimCommands(tv)) {
+            EXPECT_EQ(c.find("\"cmd_id\":15"), std::string::npos) << c;
+        }
+        bool on = false;
+        EXPECT_TRUE(service->getZoomSwitch(&on).isOk());
+        EXPECT_TRUE(on);
+        const FakeTv::CtlResult dump = tv.ctl({"dump", "lumacast"});
+        EXPECT_NE(dump.out.find("  listeners: 2\n"), std::string::npos) << dump.out;
+        EXPECT_TRUE(service->removeCallback(commander, &ok).isOk());
         EXPECT_TRUE(service->removeCallback(survivor, &ok).isOk());
     });
 }

@@ -3,7 +3,10 @@
 // at once: client threads calling every streaming and motor method (with hostile
 // arguments among them), camsim pushing frames fast, the camera unplugged and plugged
 // every few hundred milliseconds, camsim dropping, resetting and refusing connections and
-// sending garbage, listener processes started and killed, firmware upgrades running.
+// sending garbage, listener processes started and killed, firmware upgrades running. In
+// the second half of the run, a camera that accepts connections and hangs up at once for a
+// moment in every plug cycle, and listener processes that remove their listener from
+// inside their first frame.
 //
 // Passes only when the daemon never dies (a sanitizer report ends it), every call returns
 // within its bound, the daemon's live heap and descriptors are the same between two quiet
@@ -86,6 +89,9 @@ struct Counters {
     std::atomic<long> reconnects{0};
     std::atomic<long> listenersStarted{0};
     std::atomic<long> listenersKilled{0};
+    std::atomic<long> hangups{0};
+    std::atomic<long> quittersStarted{0};
+    std::atomic<long> quittersRemoved{0};
 };
 
 class CountingListener : public kora::lumacast::BnLumacastCallback {
@@ -416,6 +422,7 @@ class Chaos {
         // Unplugged before the daemon has even seen it, the camera would test nothing but
         // the watcher (a sanitizer build may take a second to set the camera up).
         if (mTv->waitForProperty("sys.kora.usb.status", "1", 5000)) ++mCounters->camerasSeen;
+        if (mPeerPhase) misbehavingPeers();
         // Now and then a camera that stays long enough for commands to be answered.
         const int pieces = mRng() % 5 == 0 ? 12 : 2 + mRng() % 3;
         for (int i = 0; i < pieces; ++i) {
@@ -432,9 +439,48 @@ class Chaos {
     void quiet() {
         for (auto& p : mListeners) stopListener(p.get());
         mListeners.clear();
+        reapQuitters();
+        for (auto& p : mQuitters) p->stop(SIGKILL, 5000);
+        mQuitters.clear();
     }
 
+    void setPeerPhase(bool on) { mPeerPhase = on; }
+
   private:
+    void reapQuitters() {
+        for (auto it = mQuitters.begin(); it != mQuitters.end();) {
+            if ((*it)->running()) {
+                ++it;
+                continue;
+            }
+            const int status = (*it)->status();
+            if (WIFEXITED(status) && WEXITSTATUS(status) == 0) ++mCounters->quittersRemoved;
+            it = mQuitters.erase(it);
+        }
+    }
+    // A camera that accepts and hangs up at once for a moment, and a listener process that
+    // removes its listener from inside its first frame.
+    void misbehavingPeers() {
+        reapQuitters();
+        if (mQuitters.size() < 2) {
+            auto p = std::make_unique<demo::Process>();
+            demo::Process::Options options;
+            options.argv = {SOAK_QUITTING_LISTENER};
+            options.stderrPath = mTv->path("quitter.err");
+            std::string why;
+            if (p->start(options, &why)) {
+                ++mCounters->quittersStarted;
+                mQuitters.push_back(std::move(p));
+            } else {
+                ADD_FAILURE() << "quitting listener: " << why;
+            }
+        }
+        mTv->camsim("hangup close");
+        std::this_thread::sleep_for(std::chrono::milliseconds(200 + mRng() % 200));
+        mTv->camsim("hangup off");
+        ++mCounters->hangups;
+    }
+
     void misbehave() {
         switch (mRng() % 8) {
             case 0:
@@ -491,6 +537,8 @@ class Chaos {
     Counters* mCounters;
     std::mt19937 mRng;
     std::vector<std::unique_ptr<demo::Process>> mListeners;
+    std::vector<std::unique_ptr<demo::Process>> mQuitters;
+    bool mPeerPhase = false;
     int mSequence = 0;
 };
 
@@ -604,7 +652,11 @@ void soak(FakeTv& tv) {
     while (Clock::now() < warmUpEnd && tv.daemonRunning()) chaos.cycle();
     const QuietPoint first = quiesce(tv, gate, chaos);
     gate.resume();
-    while (Clock::now() < end && tv.daemonRunning()) chaos.cycle();
+    const auto peerPhase = warmUpEnd + (end - warmUpEnd) / 2;
+    while (Clock::now() < end && tv.daemonRunning()) {
+        chaos.setPeerPhase(Clock::now() >= peerPhase);
+        chaos.cycle();
+    }
     const QuietPoint last = quiesce(tv, gate, chaos);
     gate.finish();
     for (std::thread& t : threads) t.join();
@@ -627,16 +679,21 @@ void soak(FakeTv& tv) {
         EXPECT_NE(why.find("lumacastd exited 0"), std::string::npos)
                 << "the daemon did not end cleanly when asked: " << why;
     }
+    EXPECT_GT(counters.quittersRemoved.load(), 0)
+            << "no listener process removed itself from inside its callback";
     const std::string report = sanitizerReport(tv.daemonLog());
     EXPECT_EQ(report, "") << "sanitizer report in the daemon's log:\n" << report;
 
     printf("soak: %d s; calls: streaming %ld, motor %ld, upgrades %ld; frames delivered %ld, AI "
            "blocks %ld; plug cycles %ld (camera seen in %ld); reconnects %ld; listener "
-           "processes %ld started, %ld ended\n",
+           "processes %ld started, %ld ended; cameras hanging up %ld; listeners removing "
+           "themselves in their callback %ld of %ld\n",
            seconds, counters.streamingCalls.load(), counters.motorCalls.load(),
            counters.upgrades.load(), counters.frames.load(), counters.aiBlocks.load(),
            counters.plugCycles.load(), counters.camerasSeen.load(), counters.reconnects.load(),
-           counters.listenersStarted.load(), counters.listenersKilled.load());
+           counters.listenersStarted.load(), counters.listenersKilled.load(),
+           counters.hangups.load(), counters.quittersRemoved.load(),
+           counters.quittersStarted.load());
     printf("soak: daemon live heap %ld -> %ld bytes, rss %ld -> %ld kB, descriptors %zu -> "
            "%zu; slowest calls (ms):%s\n",
            first.heapBytes, last.heapBytes, first.rssKb, last.rssKb, first.fds.size(),

@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <random>
 
 namespace lumacast::camsim {
 
@@ -164,7 +165,16 @@ void CameraSimulator::ioLoop() {
         }
         if (listenIndex >= 0 && fds[listenIndex].revents != 0) {
             const int fd = accept4(mListenFd, nullptr, nullptr, SOCK_CLOEXEC);
+            Hangup hangup = Hangup::kOff;
             if (fd >= 0) {
+                std::lock_guard<std::mutex> lock(mMutex);
+                hangup = mHangup;
+                if (hangup != Hangup::kOff) ++mConnections;
+            }
+            if (fd >= 0 && hangup != Hangup::kOff) {
+                mCond.notify_all();
+                hangUp(fd, hangup);
+            } else if (fd >= 0) {
                 const int one = 1;
                 setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof(one));
                 struct timeval timeout = {0, kWriteTimeoutMs * 1000};
@@ -432,6 +442,34 @@ void CameraSimulator::resetPending() {
         connect(connection->fd, &unspec, sizeof(unspec));
     }
     if (!resets.empty()) mCond.notify_all();
+}
+
+void CameraSimulator::setHangup(Hangup hangup) {
+    std::lock_guard<std::mutex> lock(mMutex);
+    mHangup = hangup;
+}
+
+void CameraSimulator::hangUp(int fd, Hangup hangup) {
+    std::string bytes;
+    if (hangup == Hangup::kPartial) {
+        bytes = dataMessage(kTypeFrame, {std::string(64, 'f')}).substr(0, kMessageHeadLen + 6);
+    } else if (hangup == Hangup::kGarbage) {
+        static std::atomic<uint32_t> seed{1};
+        std::mt19937 random(seed++);
+        bytes.resize(100);
+        for (char& c : bytes) c = static_cast<char>(random());
+    }
+    if (!bytes.empty()) {
+        // A fresh socket's buffer takes these few bytes at once.
+        ssize_t n = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        (void)n;
+    }
+    if (hangup == Hangup::kReset) {
+        // A zero linger time makes close() abort the connection: the peer sees a reset.
+        struct linger abort = {1, 0};
+        setsockopt(fd, SOL_SOCKET, SO_LINGER, &abort, sizeof(abort));
+    }
+    close(fd);
 }
 
 bool CameraSimulator::setRefusing(bool refusing, std::string* error) {

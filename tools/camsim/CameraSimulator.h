@@ -40,6 +40,16 @@ struct StreamPlan {
     std::string payload;
 };
 
+// What the camera does with every connection it accepts while set (firmware still booting,
+// a server that resets): the connection is counted and ended at once.
+enum class Hangup {
+    kOff,      // serve it
+    kClose,    // accept, then an orderly close
+    kPartial,  // a message header and part of a block header, then close
+    kReset,    // accept, then abort with a reset
+    kGarbage,  // 100 random bytes, then close
+};
+
 // Plays the camera's end of the link: listens where the camera does, answers command
 // frames by rules, pushes data, and misbehaves on demand (split writes, garbage, drops,
 // refused connections). Only one connection is served; a new one replaces the old.
@@ -85,6 +95,7 @@ class CameraSimulator {
     void dropConnection(bool reset = false);
     // While refusing, nothing listens, so connection attempts are refused.
     bool setRefusing(bool refusing, std::string* error = nullptr);
+    void setHangup(Hangup hangup);
 
     const std::string& address() const { return mAddress; }
     uint16_t port() const { return mPort; }
@@ -112,6 +123,8 @@ class CameraSimulator {
     std::shared_ptr<Connection> current() const;
     void wakeIo();
     void resetPending();
+    // Ends a freshly accepted connection as `hangup` says.
+    void hangUp(int fd, Hangup hangup);
 
     const std::string mAddress;
     const uint16_t mPort;
@@ -126,6 +139,7 @@ class CameraSimulator {
     uint64_t mListenRequest = 0;               // guarded by mMutex
     uint64_t mListenDone = 0;                  // guarded by mMutex
     size_t mConnections = 0;                   // guarded by mMutex
+    Hangup mHangup = Hangup::kOff;             // guarded by mMutex
     std::vector<Command> mCommands;            // guarded by mMutex
     std::string mReceived;                     // guarded by mMutex
     ReplyRule mDefaultRule;                    // guarded by mMutex

@@ -77,6 +77,7 @@ const char* ControlProtocol::usage() {
            "  chunk <bytes> [pause_us]    (0 bytes: whole writes)\n"
            "  drop [reset]\n"
            "  refuse on|off\n"
+           "  hangup close|partial|reset|garbage|off\n"
            "  status                      commands\n"
            "  quit\n";
 }
@@ -208,6 +209,20 @@ std::string ControlProtocol::execute(const std::string& line) {
         if (w.size() < 2 || (w[1] != "on" && w[1] != "off")) return error("refuse on|off");
         std::string why;
         return mCamera->setRefusing(w[1] == "on", &why) ? "ok" : error(why);
+    }
+    if (verb == "hangup") {
+        static const std::pair<const char*, Hangup> kModes[] = {
+                {"off", Hangup::kOff},         {"close", Hangup::kClose},
+                {"partial", Hangup::kPartial}, {"reset", Hangup::kReset},
+                {"garbage", Hangup::kGarbage},
+        };
+        for (const auto& mode : kModes) {
+            if (w.size() == 2 && w[1] == mode.first) {
+                mCamera->setHangup(mode.second);
+                return "ok";
+            }
+        }
+        return error("hangup close|partial|reset|garbage|off");
     }
     if (verb == "status") {
         return "ok connections=" + std::to_string(mCamera->connectionCount()) +

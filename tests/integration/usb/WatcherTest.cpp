@@ -165,6 +165,9 @@ TEST(WatcherTest, CameraAttachedBeforeStartIsFoundByTheStartupScan) {
 
 TEST(WatcherTest, PlugAndUnplugInKernelOrderTwice) {
     onFakeDevice([](FakeDevice& device, WatcherSession& session) {
+        // As the device's uevent library may open it; the watcher must not let every
+        // "ip" child of the network set-up inherit it.
+        ASSERT_EQ(0, fcntl(uevent_get_fd(), F_SETFD, 0));
         session.start();
         ASSERT_TRUE(session.log.waitFor(refusal(-2, -2), 10s));
         // The service reads the flag from its binder threads while the watcher writes it.
@@ -175,6 +178,7 @@ TEST(WatcherTest, PlugAndUnplugInKernelOrderTwice) {
         for (size_t round = 1; round <= 2; ++round) {
             ASSERT_TRUE(device.plug(kAcceptedCamera));
             ASSERT_TRUE(session.client.waitFor(kAdd, round));
+            EXPECT_EQ(FD_CLOEXEC, fcntl(uevent_get_fd(), F_GETFD) & FD_CLOEXEC);
             ASSERT_TRUE(session.settle());
             EXPECT_EQ(round, session.client.count(kAdd));
             EXPECT_EQ(round - 1, session.client.count(kRemove));

@@ -1,5 +1,6 @@
 // The listener registry and the fan-out of camera data.
 #include <atomic>
+#include <future>
 
 #include "tests/unit/service/ServiceTestSupport.h"
 
@@ -167,6 +168,93 @@ TEST_F(ServiceTest, CameraDataReachesListenersInStreamOrder) {
     EXPECT_EQ("f1", events[1].data);
     EXPECT_EQ("{\"face\":1}", events[2].data);
     EXPECT_EQ(std::string("\x08\x01", 2), events[3].data);
+}
+
+// A listener may call the service from inside its callback; binder runs that call on the
+// delivering thread ("socketRead"), which holds the listener lock. Registrations take
+// effect at once and the delivery goes on over the changed list; a camera command fails at
+// once, as only that thread could read the camera's answer.
+TEST_F(ServiceTest, ListenerCallsTheServiceFromInsideItsCallback) {
+    plugCamera();
+    Journal journal;
+    const TestListener::Journal sink = journal.sink();
+    sp<TestListener> a, quitter, commander, skipped, b, late;
+    bool quitterActed = false;
+    bool commanderActed = false;
+    bool commandResult = true;
+    const TestListener::Journal act = [&](const std::string& who, const TestListener::Event& e) {
+        sink(who, e);
+        bool ok = false;
+        if (who == "Q" && !quitterActed) {
+            quitterActed = true;
+            service->removeCallback(quitter, &ok);  // itself, already called
+            service->removeCallback(skipped, &ok);  // not yet called
+            service->setCallback(late, &ok);
+        } else if (who == "C" && !commanderActed) {
+            commanderActed = true;
+            service->getZoomSwitch(&commandResult);
+        }
+    };
+    a = new TestListener("A", sink);
+    quitter = new TestListener("Q", act);
+    commander = new TestListener("C", act);
+    skipped = new TestListener("X", sink);
+    b = new TestListener("B", sink);
+    late = new TestListener("L", sink);
+    bool ok = false;
+    for (const auto& l : {a, quitter, commander, skipped, b}) service->setCallback(l, &ok);
+    ASSERT_TRUE(service->continueProcess());
+    ASSERT_TRUE(camera->waitForConnections(1, 10s));
+    ASSERT_TRUE(camera->send(dataMessage(3, {"f0"})));
+    ASSERT_TRUE(b->waitForCount(1));
+    ASSERT_TRUE(camera->send(dataMessage(3, {"f1"})));
+    ASSERT_TRUE(late->waitForCount(1));
+    EXPECT_EQ("AQCBACBL", journal.take());
+    EXPECT_EQ(4, adapter->getCallbackSize());
+    EXPECT_EQ(0u, skipped->count());
+
+    EXPECT_FALSE(commandResult);
+    EXPECT_TRUE(
+            log.contains("LumacastService::continueProcess camera command from inside a "
+                         "listener's callback refused",
+                         ANDROID_LOG_ERROR));
+    EXPECT_TRUE(log.contains("LumacastService::getZoomSwitch failed"));
+    EXPECT_EQ(0u, camera->commandCount()) << "sent a command whose answer nobody could read";
+    // Commands from elsewhere are served as before.
+    service->getZoomSwitch(&ok);
+    EXPECT_TRUE(ok);
+}
+
+// The list's size is read without the lock: it answers while a delivery waits for a
+// listener. Registrations from other threads still wait for the delivery to end.
+TEST_F(ServiceTest, ListenerCountAnswersWhileADeliveryIsStuck) {
+    std::promise<void> release;
+    std::shared_future<void> released = release.get_future().share();
+    std::promise<void> entered;
+    const TestListener::Journal stuck = [&](const std::string&, const TestListener::Event&) {
+        entered.set_value();
+        released.wait();
+    };
+    sp<TestListener> slow = new TestListener("S", stuck);
+    bool ok = false;
+    service->setCallback(slow, &ok);
+    std::thread reader([&] { frame(service.get(), "held"); });
+    entered.get_future().wait();
+    auto size = std::async(std::launch::async, [&] { return adapter->getCallbackSize(); });
+    auto registration = std::async(std::launch::async, [&] {
+        sp<TestListener> other = new TestListener();
+        bool r = false;
+        service->setCallback(other, &r);
+    });
+    const bool answered = size.wait_for(10s) == std::future_status::ready;
+    const bool waited = registration.wait_for(100ms) == std::future_status::timeout;
+    release.set_value();
+    reader.join();
+    ASSERT_TRUE(answered) << "getCallbackSize waited for the delivery";
+    EXPECT_EQ(1, size.get());
+    EXPECT_TRUE(waited) << "a registration did not wait for the delivery in progress";
+    registration.get();
+    EXPECT_EQ(2, adapter->getCallbackSize());
 }
 
 // Registrations and removals while data flows: each delivery sees a whole list.

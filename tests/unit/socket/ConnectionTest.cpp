@@ -90,6 +90,43 @@ TEST_P(DropTest, DroppedConnectionIsReconnected) {
 
 INSTANTIATE_TEST_SUITE_P(FinAndReset, DropTest, ::testing::Values(false, true));
 
+// A camera that hangs up on every connection, however it does it, is retried at a few
+// connections a second with a few log lines each, for as long as it takes: the hang-ups
+// never use up the run, and the link streams as soon as the camera serves again.
+std::string hangupName(const ::testing::TestParamInfo<camsim::Hangup>& info) {
+    static const char* const kNames[] = {"off", "close", "partial", "reset", "garbage"};
+    return kNames[static_cast<int>(info.param)];
+}
+
+class HangupTest : public LinkTest, public ::testing::WithParamInterface<camsim::Hangup> {};
+
+TEST_P(HangupTest, ACameraThatHangsUpIsRetriedAtAPace) {
+    connect();
+    camera->setHangup(GetParam());
+    const size_t linesBefore = log.entries().size();
+    camera->dropConnection();
+    std::this_thread::sleep_for(2s);
+    const size_t connections = camera->connectionCount();
+    const size_t lines = log.entries().size() - linesBefore;
+    EXPECT_GE(connections, 3u) << "the link stopped trying";
+    EXPECT_LE(connections, 30u) << "more than about 10 connections a second";
+    EXPECT_LE(lines, 30u * 8) << "the log is flooded";
+    EXPECT_FALSE(log.contains(reconnectLine(0)));
+
+    camera->setHangup(camsim::Hangup::kOff);
+    ASSERT_TRUE(camera->waitForConnections(connections + 1, 10s));
+    ASSERT_TRUE(waitUntil([&] {
+        camera->send(resultMessage("served again"));
+        const auto all = client.deliveries();
+        return !all.empty() && all.back().bytes == "served again";
+    }));
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryWay, HangupTest,
+                         ::testing::Values(camsim::Hangup::kClose, camsim::Hangup::kPartial,
+                                           camsim::Hangup::kReset, camsim::Hangup::kGarbage),
+                         hangupName);
+
 TEST_F(LinkTest, GivesUpAfterElevenFailedReconnectsThenInitStartsAfresh) {
     connect();
     ASSERT_TRUE(camera->setRefusing(true));

@@ -152,3 +152,25 @@ TEST(TimerUtilTest, ConcurrentStartsArmOnce) {
     ASSERT_TRUE(waitTicks(client, 2, 5s));
     EXPECT_TRUE(timer.isStarted());
 }
+
+// A start() on a binder thread may meet the teardown: it must not re-arm a timer that is
+// stopping (its thread would tick without pause and never be joined).
+TEST(TimerUtilTest, StartRacingTheStopNeverRearmsIt) {
+    for (int i = 0; i < 2000; ++i) {
+        TickCounter client;
+        TimerUtil timer("SocketTimer", &client);
+        std::atomic<bool> go{false};
+        std::thread starter([&] {
+            while (!go) {
+            }
+            timer.start(1);
+        });
+        go = true;
+        auto stopped = std::async(std::launch::async, [&] { timer.stop(); });
+        if (stopped.wait_for(10s) != std::future_status::ready) {
+            fprintf(stderr, "round %d: the stopping timer was re-armed and never ends\n", i);
+            _Exit(1);
+        }
+        starter.join();
+    }
+}
