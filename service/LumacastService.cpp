@@ -3,6 +3,7 @@
 #include "service/LumacastService.h"
 
 #include <binder/IInterface.h>
+#include <binder/IPCThreadState.h>
 #include <cutils/properties.h>
 #include <errno.h>
 #include <log/log.h>
@@ -28,6 +29,10 @@ namespace {
 constexpr const char* kUsbStatusProperty = "sys.kora.usb.status";
 constexpr const char* kSubscribeStatusProperty = "kora.camera.subscribe_status";
 constexpr int kAliveIntervalMs = 2000;
+
+std::string count(const std::atomic<uint64_t>& counter) {
+    return std::to_string(counter.load(std::memory_order_relaxed));
+}
 constexpr int kHeartbeatCmd = 254;
 
 // Process-wide, as there is one service per process.
@@ -167,6 +172,10 @@ void LumacastService::destroy() {
     mServiceClient = nullptr;
     pthread_mutex_destroy(&mCallbackMutex);
     while (!mCallbacks.empty()) mCallbacks.pop_back();
+    {
+        std::lock_guard<std::mutex> statsLock(mListenerStatsMutex);
+        mListenerStats.clear();
+    }
     mCallbackCount = 0;
     property_set(kSubscribeStatusProperty, "false");
 }
@@ -301,15 +310,26 @@ void LumacastService::insertListener(const sp<ILumacastCallback>& callback) {
     {
         CallbackLock lock(&mCallbackMutex, insideDelivery());
         const sp<IBinder> binder = IInterface::asBinder(callback);
+        // A listener registered again keeps its counts.
+        std::shared_ptr<ListenerStats> stats;
         for (size_t i = 0; i < mCallbacks.size(); ++i) {
             if (IInterface::asBinder(mCallbacks[i]) == binder) {
                 __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
                                     "LumacastService::insertListener already exist, remove");
+                stats = mListenerStats[i];
                 eraseListenerLocked(i);
                 break;
             }
         }
+        if (stats == nullptr) {
+            stats = std::make_shared<ListenerStats>();
+            stats->pid = IPCThreadState::self()->getCallingPid();
+        }
         mCallbacks.push_back(callback);
+        {
+            std::lock_guard<std::mutex> statsLock(mListenerStatsMutex);
+            mListenerStats.push_back(stats);
+        }
         mCallbackCount = static_cast<int>(mCallbacks.size());
         __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
                             "LumacastService::insertListener size = %d ",
@@ -341,6 +361,10 @@ void LumacastService::removeListener(const sp<ILumacastCallback>& callback) {
 
 void LumacastService::eraseListenerLocked(size_t index) {
     mCallbacks.erase(mCallbacks.begin() + static_cast<std::ptrdiff_t>(index));
+    {
+        std::lock_guard<std::mutex> statsLock(mListenerStatsMutex);
+        mListenerStats.erase(mListenerStats.begin() + static_cast<std::ptrdiff_t>(index));
+    }
     mCallbackCount = static_cast<int>(mCallbacks.size());
     if (index < mDeliveryNext) --mDeliveryNext;
     if (index < mDeliveryEnd) --mDeliveryEnd;
@@ -353,15 +377,27 @@ bool LumacastService::insideDelivery() const { return tDelivering == this; }
 
 // ---- fan-out --------------------------------------------------------------------------
 
+void LumacastService::ListenerStats::record(const Status& status) {
+    if (status.isOk()) {
+        delivered.fetch_add(1, std::memory_order_relaxed);
+        return;
+    }
+    failed.fetch_add(1, std::memory_order_relaxed);
+    lastException.store(status.exceptionCode(), std::memory_order_relaxed);
+    lastError.store(status.transactionError(), std::memory_order_relaxed);
+}
+
 template <typename F>
 void LumacastService::fanOut(F deliver) {
     CallbackLock lock(&mCallbackMutex);
     tDelivering = this;
     mDeliveryEnd = mCallbacks.size();
     for (mDeliveryNext = 0; mDeliveryNext < mDeliveryEnd;) {
-        // A copy: the listener may remove itself and must outlive its own call.
-        const sp<ILumacastCallback> callback = mCallbacks[mDeliveryNext++];
-        deliver(callback);
+        // Copies: the listener may remove itself and must outlive its own call.
+        const sp<ILumacastCallback> callback = mCallbacks[mDeliveryNext];
+        const std::shared_ptr<ListenerStats> stats = mListenerStats[mDeliveryNext];
+        ++mDeliveryNext;
+        stats->record(deliver(callback));
     }
     mDeliveryNext = 0;
     mDeliveryEnd = 0;
@@ -373,7 +409,7 @@ int LumacastService::processFrame(int blockCount, int blockParam, unsigned char*
     // One copy per block, shared by every listener.
     const std::vector<uint8_t> block(data, data + (len > 0 ? len : 0));
     fanOut([&](const sp<ILumacastCallback>& callback) {
-        callback->onFrame(blockCount, blockParam, block);
+        return callback->onFrame(blockCount, blockParam, block);
     });
     return 0;
 }
@@ -381,14 +417,14 @@ int LumacastService::processFrame(int blockCount, int blockParam, unsigned char*
 int LumacastService::processAiProtobuf(unsigned char* data, int len) {
     if (data == nullptr) len = 0;
     const std::vector<uint8_t> block(data, data + (len > 0 ? len : 0));
-    fanOut([&](const sp<ILumacastCallback>& callback) { callback->onProtoBuf(block); });
+    fanOut([&](const sp<ILumacastCallback>& callback) { return callback->onProtoBuf(block); });
     return 0;
 }
 
 int LumacastService::processAiJson(unsigned char* data, int /*len*/) {
     if (data == nullptr) return 0;
     fanOut([&](const sp<ILumacastCallback>& callback) {
-        callback->onAiData(std::string(reinterpret_cast<const char*>(data)));
+        return callback->onAiData(std::string(reinterpret_cast<const char*>(data)));
     });
     return 0;
 }
@@ -500,6 +536,7 @@ bool LumacastService::exchange(CommandKind kind, int cmdId, const char* text,
     }
     if (signal == nullptr) {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s", busyMessage);
+        mCommands.busy.fetch_add(1, std::memory_order_relaxed);
         return false;
     }
     {
@@ -508,6 +545,7 @@ bool LumacastService::exchange(CommandKind kind, int cmdId, const char* text,
         if (sentFormat != nullptr) __android_log_print(sentPriority, LOG_TAG, sentFormat, text);
         mSocketClient->process(static_cast<unsigned>(cmdId), mSendBuffer, len);
     }
+    mCommands.sent.fetch_add(1, std::memory_order_relaxed);
     reply->retWait = signal->wait(RESULT_WAIT_MS);
     {
         std::lock_guard<std::mutex> lock(mExchangeMutex);
@@ -519,6 +557,8 @@ bool LumacastService::exchange(CommandKind kind, int cmdId, const char* text,
             reply->rval = d.rval;
             memcpy(reply->text, d.text, sizeof(reply->text));
         }
+        (d.arrived ? mCommands.answered : mCommands.timedOut)
+                .fetch_add(1, std::memory_order_relaxed);
     }
     delete signal;
     return true;
@@ -1075,7 +1115,29 @@ Status LumacastService::getZoomMode(std::string* _aidl_return) {
 
 // ---- dump ----------------------------------------------------------------------------
 
-status_t LumacastService::dump(int fd, const Vector<String16>& /* args */) {
+// What `dumpsys lumacastservice --help` answers: one line per line of the dump.
+constexpr char kDumpHelp[] =
+        "lumacastservice dump shows:\n"
+        "  camera present: sys.kora.usb.status, as the USB watcher set it\n"
+        "  link: the connection state and whether the camera flag is set\n"
+        "  link counters: reconnects by the read loop, connections dropped under a read,\n"
+        "    messages read, those refused by a length bound, and the last connect or read\n"
+        "    error\n"
+        "  camera model needs heartbeat, heartbeat: the model's need and the timer\n"
+        "  listeners: how many, then one line each in delivery order: the pid that\n"
+        "    registered it (where binder told), deliveries made and failed, and the status\n"
+        "    of the last failure\n"
+        "  kora.camera.subscribe_status: as set for other programs\n"
+        "  commands waiting for the camera: the kinds waiting now\n"
+        "  commands: sent to the camera, answered, timed out after 3000 ms, refused because\n"
+        "    a call of the same kind was waiting\n";
+
+status_t LumacastService::dump(int fd, const Vector<String16>& args) {
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == String16("--help") || args[i] == String16("-h")) {
+            return writeDumpText(fd, kDumpHelp);
+        }
+    }
     static const char* const kKindNames[COMMAND_KIND_COUNT] = {
             "setZoomSwitch",
             "getZoomSwitch",
@@ -1108,6 +1170,14 @@ status_t LumacastService::dump(int fd, const Vector<String16>& /* args */) {
             const int state = mSocketClient->connectState.load();
             text += std::string("  link: ") + (state >= 0 && state <= 2 ? kStates[state] : "?") +
                     ", camera flag " + (mSocketClient->cameraExit ? "set" : "clear") + "\n";
+            const SocketClient::Counters& c = mSocketClient->mCounters;
+            const int err = c.lastError.load(std::memory_order_relaxed);
+            text += "  link counters: reconnects " + count(c.reconnects) + ", drops " +
+                    count(c.drops) + ", messages read " + count(c.messagesRead) +
+                    ", refused by length bounds " + count(c.messagesRefused) + ", last error " +
+                    (err == 0 ? std::string("none")
+                              : std::string(strerror(err)) + " (" + std::to_string(err) + ")") +
+                    "\n";
         } else {
             text += "  link: none (service destroyed)\n";
         }
@@ -1118,6 +1188,26 @@ status_t LumacastService::dump(int fd, const Vector<String16>& /* args */) {
                 (armed ? "every " + std::to_string(kAliveIntervalMs) + " ms" : "not armed") + "\n";
     }
     text += "  listeners: " + std::to_string(mCallbackCount.load()) + "\n";
+    std::vector<std::shared_ptr<ListenerStats>> listeners;
+    {
+        std::lock_guard<std::mutex> lock(mListenerStatsMutex);
+        listeners = mListenerStats;
+    }
+    for (size_t i = 0; i < listeners.size(); ++i) {
+        const ListenerStats& l = *listeners[i];
+        const uint64_t failed = l.failed.load(std::memory_order_relaxed);
+        std::string last;
+        if (failed != 0) {
+            const int32_t exception = l.lastException.load(std::memory_order_relaxed);
+            last = exception == Status::EX_TRANSACTION_FAILED
+                           ? ", last failure: transaction error " +
+                                     std::to_string(l.lastError.load(std::memory_order_relaxed))
+                           : ", last failure: exception " + std::to_string(exception);
+        }
+        text += "    #" + std::to_string(i + 1) + " pid " +
+                (l.pid > 0 ? std::to_string(l.pid) : std::string("unknown")) + ": delivered " +
+                count(l.delivered) + ", failed " + std::to_string(failed) + last + "\n";
+    }
     text += std::string("  ") + kSubscribeStatusProperty + ": " +
             (subscribeStatus[0] != '\0' ? subscribeStatus : "unset") + "\n";
     std::string waiting;
@@ -1130,6 +1220,9 @@ status_t LumacastService::dump(int fd, const Vector<String16>& /* args */) {
         }
     }
     text += "  commands waiting for the camera: " + (waiting.empty() ? "none" : waiting) + "\n";
+    text += "  commands: sent " + count(mCommands.sent) + ", answered " +
+            count(mCommands.answered) + ", timed out " + count(mCommands.timedOut) +
+            ", refused as busy " + count(mCommands.busy) + "\n";
 
     return writeDumpText(fd, text);
 }

@@ -9,6 +9,7 @@
 #include <utils/Vector.h>
 
 #include <atomic>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -138,6 +139,24 @@ class LumacastService : public kora::lumacast::BnLumacast {
         bool matched(int cmdId) const { return retWait == 0 && cmd == cmdId; }
     };
 
+    // What dump shows of one listener: the delivering thread counts, dump reads.
+    struct ListenerStats {
+        pid_t pid = 0;  // of the caller that registered it; 0 when binder did not say
+        std::atomic<uint64_t> delivered{0};
+        std::atomic<uint64_t> failed{0};
+        std::atomic<int32_t> lastException{0};  // of the last failed call
+        std::atomic<int32_t> lastError{0};      // its transaction error, if that was it
+        void record(const ::android::binder::Status& status);
+    };
+
+    // What became of the commands that got past the readiness check.
+    struct CommandCounters {
+        std::atomic<uint64_t> sent{0};
+        std::atomic<uint64_t> answered{0};
+        std::atomic<uint64_t> timedOut{0};
+        std::atomic<uint64_t> busy{0};
+    };
+
     struct Delivery {
         bool arrived = false;
         int cmd = -1;
@@ -211,6 +230,12 @@ class LumacastService : public kora::lumacast::BnLumacast {
     // calls. Guarded by mCallbackMutex; both 0 between deliveries.
     size_t mDeliveryNext;
     size_t mDeliveryEnd;
+    // One per entry of mCallbacks, in the same order. Changed under mCallbackMutex and
+    // mListenerStatsMutex, so dump reads it with the second alone while a delivery waits
+    // for a slow listener.
+    std::vector<std::shared_ptr<ListenerStats>> mListenerStats;
+    std::mutex mListenerStatsMutex;
+    CommandCounters mCommands;
 
     // The command exchange's shared state: signal fields, result slot, deliveries and
     // sResultText.

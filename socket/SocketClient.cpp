@@ -135,6 +135,7 @@ int SocketClient::connectOrEnd(const char* socketFailed, const char* connectFail
     const int fd = connectCamera(&stage);
     if (fd < 0) {
         const int err = errno;
+        mCounters.lastError.store(err, std::memory_order_relaxed);
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, stage == 0 ? socketFailed : connectFailed,
                             fd, strerror(err), err);
         endConnectAttempt();
@@ -246,6 +247,7 @@ bool SocketClient::reconnect() {
     const int fd = connectOrEnd("SocketClient::reconnect socket socketFD:%d failed!(%s,%d)",
                                 "SocketClient::reconnect connect ret:%d failed!(%s,%d)");
     if (fd < 0 || !installSocket(fd)) return false;
+    mCounters.reconnects.fetch_add(1, std::memory_order_relaxed);
     __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient::reconnect success");
     return true;
 }
@@ -391,6 +393,8 @@ void SocketClient::readMessage() {
         if (headLen < 0 && err == EINTR) return;
         // End of stream and ECONNABORTED are dropped like any other failure: the dead
         // socket would otherwise be read again at once, without end.
+        mCounters.drops.fetch_add(1, std::memory_order_relaxed);
+        mCounters.lastError.store(err, std::memory_order_relaxed);
         dropConnection();
         return;
     }
@@ -404,6 +408,8 @@ void SocketClient::readMessage() {
         (head[3] != MSG_KIND_DATA && head[3] != MSG_KIND_RESULT)) {
         return;
     }
+    // Every message with a valid head; those refused by a length bound are among them.
+    mCounters.messagesRead.fetch_add(1, std::memory_order_relaxed);
     const uint8_t kind = head[3];
     mDataType = readBigEndian16(head + 4);
     mJsonLen = readBigEndian32(head + 16);
@@ -412,6 +418,7 @@ void SocketClient::readMessage() {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
                             "SocketClient::socketRead block count:%u > %u, message dropped",
                             mBlockCount, MAX_BLOCK_COUNT);
+        mCounters.messagesRefused.fetch_add(1, std::memory_order_relaxed);
         return;
     }
 
@@ -435,6 +442,7 @@ void SocketClient::readMessage() {
             __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
                                 "SocketClient::socketRead payload len:%d > %d, message dropped",
                                 payloadLen, MAX_BLOCK_PAYLOAD_LEN);
+            mCounters.messagesRefused.fetch_add(1, std::memory_order_relaxed);
             return;
         }
         void* grown = realloc(mAiData, static_cast<size_t>(payloadLen) + 1);
@@ -477,6 +485,7 @@ void SocketClient::readMessage() {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
                             "SocketClient::socketRead json len:%u > %u, text dropped", mJsonLen,
                             MAX_RESULT_TEXT_LEN);
+        mCounters.messagesRefused.fetch_add(1, std::memory_order_relaxed);
         return;
     }
     // Zero-filled, so the bytes beyond a short read are defined.

@@ -63,6 +63,15 @@ class SocketClient {
     int socketRead();
     int socketWrite();
 
+    // For dump: counted where they happen, read from any thread.
+    struct Counters {
+        std::atomic<uint64_t> reconnects{0};  // connections made by the read loop
+        std::atomic<uint64_t> drops{0};       // connections that ended under a read
+        std::atomic<uint64_t> messagesRead{0};
+        std::atomic<uint64_t> messagesRefused{0};  // past a length bound
+        std::atomic<int> lastError{0};             // errno of the last failed connect or read
+    };
+
     // Read by the service before every command.
     std::atomic<ConnectState> connectState;
     // Written by the service: true while the camera is present.
@@ -71,6 +80,7 @@ class SocketClient {
     // the camera comes back. Created by the loop once and then kept until destruction,
     // since the watcher thread may signal it at any moment.
     std::atomic<SignalUtil*> mSignalAddCamera;
+    Counters mCounters;
 
   private:
     // One pass: one message, as far as the stream allows.
@@ -127,8 +137,8 @@ class SocketClient {
     // that keeps a socket open while the write thread writes to it.
     std::mutex mStateMutex;
     std::condition_variable mStateCond;
-    bool mShutdownPending;  // guarded by mStateMutex
-    bool mWriting;          // guarded by mStateMutex
+    bool mShutdownPending;                               // guarded by mStateMutex
+    bool mWriting;                                       // guarded by mStateMutex
     std::chrono::steady_clock::time_point mConnectedAt;  // guarded by mStateMutex
     // Blocks and results handed to the service; read thread only.
     uint64_t mDelivered;

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <fstream>
 #include <functional>
+#include <regex>
 #include <sstream>
 
 #include "tests/e2e/E2eSupport.h"
@@ -137,6 +138,7 @@ TEST(StreamingTest, KilledListenerProcessDoesNotStopTheOthers) {
         }
         ASSERT_NE(readFile(doomedOut).find("frame=1"), std::string::npos) << readFile(doomedOut);
 
+        const pid_t doomedPid = doomed->pid();
         doomed->stop(SIGKILL, 5000);
         const size_t before = survivor->frameCount();
         EXPECT_TRUE(survivor->waitForFrames(before + 30, std::chrono::milliseconds(kDataMs)));
@@ -154,6 +156,17 @@ TEST(StreamingTest, KilledListenerProcessDoesNotStopTheOthers) {
               "  heartbeat: every 2000 ms\n", "  listeners: 2\n"}) {
             EXPECT_NE(dump.out.find(line), std::string::npos) << line << " in\n" << dump.out;
         }
+        // Each listener's caller and deliveries; the dead one's calls fail as a dead peer's.
+        const std::string failedLine =
+                "#[12] pid " + std::to_string(doomedPid) +
+                ": delivered [1-9]\\d*, failed [1-9]\\d*, last failure: transaction error " +
+                std::to_string(android::DEAD_OBJECT) + "\n";
+        const std::string goodLine =
+                "#[12] pid " + std::to_string(getpid()) + ": delivered [1-9]\\d*, failed 0\n";
+        EXPECT_TRUE(std::regex_search(dump.out, std::regex("\n    " + failedLine))) << dump.out;
+        EXPECT_TRUE(std::regex_search(dump.out, std::regex("\n    " + goodLine))) << dump.out;
+        EXPECT_EQ(0u,
+                  tv.ctl({"dump", "lumacast", "--help"}).out.find("lumacastservice dump shows:\n"));
 
         // A listener arriving after the death is served as well.
         const FakeTv::CtlResult late =

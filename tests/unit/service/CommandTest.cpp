@@ -181,6 +181,9 @@ TEST_F(CommandTest, SilentCameraTimesEachCallOut) {
     EXPECT_TRUE(
             log.contains("LumacastService::getZoomMode retWait:0, mCmd:-1, mParam:-1, mRetVal:-1"));
     EXPECT_EQ(0u, log.count("LumacastService::processResult  signal"));
+    EXPECT_NE(dump().find("  commands: sent 3, answered 0, timed out 3, refused as busy 0\n"),
+              std::string::npos)
+            << dump();
 }
 
 TEST_F(CommandTest, SecondCallOfAWaitingKindIsRefusedAtOnce) {
@@ -202,6 +205,9 @@ TEST_F(CommandTest, SecondCallOfAWaitingKindIsRefusedAtOnce) {
     ASSERT_TRUE(camera->send(resultMessage(answer(14, 1, 0))));
     waiting.get();
     EXPECT_TRUE(first);
+    EXPECT_NE(dump().find("  commands: sent 2, answered 2, timed out 0, refused as busy 1\n"),
+              std::string::npos)
+            << dump();
 }
 
 // One answer completes every waiting call that shares its id, each judging it.

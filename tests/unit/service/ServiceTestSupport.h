@@ -5,6 +5,7 @@
 #include <cutils/properties.h>
 #include <gtest/gtest.h>
 #include <lumacast/host/LogCapture.h>
+#include <stdio.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -111,6 +112,16 @@ class ServiceTest : public ::testing::Test {
     }
 
     void plugCamera() { service->processCameraAdd(); }
+
+    std::string dump() {
+        FILE* f = tmpfile();
+        EXPECT_EQ(android::OK, service->dump(fileno(f), {}));
+        std::string text(8192, '\0');
+        rewind(f);
+        text.resize(fread(&text[0], 1, text.size(), f));
+        fclose(f);
+        return text;
+    }
 
     // The frame the camera must receive for `text`.
     static std::string frameFor(const std::string& text) {

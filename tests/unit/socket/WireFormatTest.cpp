@@ -308,6 +308,10 @@ TEST_F(LinkTest, AbsurdLengthsAreRefused) {
     ASSERT_TRUE(client.waitForCount(1));
     EXPECT_EQ("alive", client.deliveries()[0].bytes);
     EXPECT_EQ(1u, camera->connectionCount());
+    // What dump shows: four messages read, three of them refused.
+    EXPECT_EQ(4u, link->mCounters.messagesRead.load());
+    EXPECT_EQ(3u, link->mCounters.messagesRefused.load());
+    EXPECT_EQ(0u, link->mCounters.drops.load());
 }
 
 // A hostile stream: random bytes with planted headers announcing huge or negative
@@ -345,6 +349,8 @@ TEST_F(LinkTest, HostileStreamThenDropThenRecovery) {
     ASSERT_TRUE(camera->send(resultMessage("recovered")));
     ASSERT_TRUE(client.waitForCount(1));
     EXPECT_EQ("recovered", client.deliveries().back().bytes);
+    EXPECT_EQ(1u, link->mCounters.drops.load());
+    EXPECT_EQ(1u, link->mCounters.reconnects.load());
 }
 
 }  // namespace
