@@ -29,11 +29,12 @@ namespace {
 constexpr const char* kUsbStatusProperty = "sys.kora.usb.status";
 constexpr const char* kSubscribeStatusProperty = "kora.camera.subscribe_status";
 constexpr int kAliveIntervalMs = 2000;
+constexpr int kHeartbeatCmd = 254;
 
+// A dump counter as text.
 std::string count(const std::atomic<uint64_t>& counter) {
     return std::to_string(counter.load(std::memory_order_relaxed));
 }
-constexpr int kHeartbeatCmd = 254;
 
 // Process-wide, as there is one service per process.
 char sResultText[LumacastService::RESULT_TEXT_SIZE];
