@@ -34,8 +34,9 @@ void onSignal(int) { gStop = 1; }
 void usage(FILE* out) {
     fprintf(out,
             "usage: camsim [--address A] [--port P] [--control PATH] [--scene default|none]\n"
-            "              [--no-stdin]\n"
+            "              [--no-stdin] [--replay RECORDING [--speed X]]\n"
             "  Listens as the camera (default 192.168.111.10:10001) and answers commands.\n"
+            "  --replay plays what `lumacastctl listen --record` kept, at its pace times X.\n"
             "  Run it only in a network namespace of your own.\n\n%s",
             ControlProtocol::usage());
 }
@@ -108,6 +109,8 @@ int main(int argc, char** argv) {
     std::string controlPath;
     std::string scene = "none";
     bool useStdin = true;
+    std::string replay;
+    double speed = 1;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
         auto value = [&](const char* name) -> const char* {
@@ -134,6 +137,15 @@ int main(int argc, char** argv) {
                 fprintf(stderr, "camsim: unknown scene '%s'\n", scene.c_str());
                 return 2;
             }
+        } else if (arg == "--replay") {
+            replay = value("--replay");
+        } else if (arg == "--speed") {
+            char* end = nullptr;
+            speed = strtod(value("--speed"), &end);
+            if (*end != '\0' || !(speed > 0)) {
+                fprintf(stderr, "camsim: bad speed\n");
+                return 2;
+            }
         } else if (arg == "--no-stdin") {
             useStdin = false;
         } else if (arg == "-h" || arg == "--help") {
@@ -144,6 +156,17 @@ int main(int argc, char** argv) {
             usage(stderr);
             return 2;
         }
+    }
+
+    std::vector<lumacast::camsim::TimedMessage> replayMessages;
+    if (!replay.empty()) {
+        std::vector<lumacast::camsim::RecordedCallback> records;
+        std::string why;
+        if (!lumacast::camsim::Recording::load(replay, &records, &why)) {
+            fprintf(stderr, "camsim: %s\n", why.c_str());
+            return 2;
+        }
+        replayMessages = lumacast::camsim::Recording::toMessages(records);
     }
 
     signal(SIGPIPE, SIG_IGN);
@@ -170,6 +193,8 @@ int main(int argc, char** argv) {
     }
     if (scene == "default") defaultScene(&camera);
     fprintf(stderr, "camsim: listening on %s:%ld\n", address.c_str(), port);
+
+    if (!replayMessages.empty()) camera.startReplay(std::move(replayMessages), speed);
 
     ControlProtocol control(&camera);
     std::string stdinBuffer;
