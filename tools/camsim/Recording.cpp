@@ -6,7 +6,6 @@
 #include <fstream>
 #include <sstream>
 
-#include "tools/camsim/CameraWire.h"
 
 namespace lumacast::camsim {
 

@@ -5,11 +5,13 @@
 #include <string>
 #include <vector>
 
+#include "tools/camsim/CameraWire.h"
+
 // What a listener received, with its timing, as `lumacastctl listen --record` writes it and
 // `camsim --replay` plays it back. The file is the 8 bytes "LUMAREC1", then one record per
-// callback: a 24-byte little-endian header (kind u32: 1 AI JSON, 2 AI protobuf, 3 frame;
-// blockCount i32; blockParam i32; microseconds since the listener was registered u64;
-// length u32) and the callback's bytes.
+// callback: a 24-byte little-endian header (kind u32: the data type on the link, 1 AI JSON, 2 AI
+// protobuf, 3 frame; blockCount i32; blockParam i32; microseconds since the listener was registered
+// u64; length u32) and the callback's bytes.
 namespace lumacast::camsim {
 
 struct RecordedCallback {

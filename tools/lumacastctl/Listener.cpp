@@ -5,7 +5,6 @@
 #include <string.h>
 #include <unistd.h>
 
-#include "tools/camsim/CameraWire.h"
 #include "tools/camsim/Recording.h"
 
 using android::binder::Status;
