@@ -29,9 +29,4 @@ uint64_t ScenarioListener::count(Kind kind) const {
     return mCounts[kind];
 }
 
-uint64_t ScenarioListener::total() const {
-    std::lock_guard<std::mutex> lock(mMutex);
-    return mCounts[kFrame] + mCounts[kAi] + mCounts[kProto];
-}
-
 }  // namespace lumacast::scenario

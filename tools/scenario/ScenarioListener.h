@@ -25,7 +25,6 @@ class ScenarioListener : public kora::lumacast::BnLumacastCallback {
                                     const std::vector<uint8_t>& data) override;
 
     uint64_t count(Kind kind) const;
-    uint64_t total() const;
 
   private:
     android::binder::Status arrived(Kind kind);

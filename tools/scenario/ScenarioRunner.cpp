@@ -276,6 +276,11 @@ bool ScenarioRunner::runLine(const std::vector<std::string>& w, std::string* why
     if (verb == "firmware") return firmware(w, why);
     if (verb == "mark") {
         mLogMark = mTv->daemonLog().size();
+        for (const auto& [name, listener] : mListeners) {
+            for (int k = 0; k < ScenarioListener::kKindCount; ++k) {
+                mCountMarks[name][k] = listener->count(static_cast<ScenarioListener::Kind>(k));
+            }
+        }
         return true;
     }
     if (verb == "expect") return expect(w, why);
@@ -461,6 +466,7 @@ bool ScenarioRunner::listen(const std::vector<std::string>& w, std::string* why)
         return false;
     }
     mListeners[w[1]] = listener;
+    mCountMarks.erase(w[1]);
     return true;
 }
 
@@ -571,9 +577,14 @@ bool ScenarioRunner::holds(const std::vector<std::string>& w, std::string* seen,
             *why = "usage: expect listener NAME frames|ai|proto|callbacks OP N (of a listener)";
             return false;
         }
-        const long long n = static_cast<long long>(
-                k < 0 ? it->second->total()
-                      : it->second->count(static_cast<ScenarioListener::Kind>(k)));
+        long long n = 0;
+        for (int kind = 0; kind < ScenarioListener::kKindCount; ++kind) {
+            if (k >= 0 && kind != k) continue;
+            const auto mark = mCountMarks.find(w[1]);
+            n += static_cast<long long>(
+                    it->second->count(static_cast<ScenarioListener::Kind>(kind)) -
+                    (mark == mCountMarks.end() ? 0 : mark->second[kind]));
+        }
         *seen = std::to_string(n);
         if (!compare(n, w[3], want, &result)) *why = "OP is one of >= <= == > <";
         return result;

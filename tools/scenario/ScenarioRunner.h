@@ -4,6 +4,7 @@
 #include <kora/lumacast/ILumacast.h>
 #include <stdio.h>
 
+#include <array>
 #include <map>
 #include <string>
 
@@ -56,7 +57,9 @@ class ScenarioRunner {
     bool mPlugged = false;
     std::string mLastResult;
     bool mHaveResult = false;
+    // Where `mark` was: log and listener expectations look at what came after it.
     size_t mLogMark = 0;
+    std::map<std::string, std::array<uint64_t, ScenarioListener::kKindCount>> mCountMarks;
     android::sp<kora::lumacast::ILumacast> mLumacast;
     android::sp<kora::lumacast::IKCameraMotor> mMotor;
     std::map<std::string, android::sp<ScenarioListener>> mListeners;
