@@ -519,7 +519,7 @@ bool ScenarioRunner::expect(const std::vector<std::string>& w, std::string* why)
         if (holds(what, &seen, why)) return true;
         if (!why->empty()) return false;
         if (Clock::now() >= deadline) {
-            *why = "expected " + join(what, 0) + "; saw " + seen;
+            *why = "expected " + shown(what) + "; saw " + seen;
             return false;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(what[0] == "dump" ? 200 : 50));
