@@ -182,17 +182,20 @@ std::string ControlProtocol::execute(const std::string& line) {
     }
     if (verb == "replay") {
         double speed = 1;
-        if (w.size() < 2 || w.size() > 3) return error("replay FILE [speed=X]");
-        if (w.size() == 3 && (w[2].compare(0, 6, "speed=") != 0 ||
-                              !parseDouble(w[2].substr(6), &speed) || speed <= 0)) {
-            return error("bad speed " + w[2]);
+        if (w.size() < 2 || w.size() > 3)
+            return error("replay FILE [speed=X] (a path without blanks)");
+        // Bounded so that a year-long recording's offsets still fit the clock.
+        if (w.size() == 3 &&
+            (w[2].compare(0, 6, "speed=") != 0 || !parseDouble(w[2].substr(6), &speed) ||
+             !(speed >= 0.01) || speed > 1000)) {
+            return error("bad speed " + w[2] + " (0.01 to 1000)");
         }
         std::vector<RecordedCallback> records;
         std::string why;
         if (!Recording::load(w[1], &records, &why)) return error(why);
-        const std::vector<TimedMessage> messages = Recording::toMessages(records);
+        std::vector<TimedMessage> messages = Recording::toMessages(records);
         const size_t count = messages.size();
-        mCamera->startReplay(messages, speed);
+        mCamera->startReplay(std::move(messages), speed);
         return "ok " + std::to_string(count) + " messages";
     }
     if (verb == "stop-streams") {

@@ -6,7 +6,6 @@
 #include <fstream>
 #include <sstream>
 
-
 namespace lumacast::camsim {
 
 namespace {
@@ -64,6 +63,10 @@ bool Recording::decode(const std::string& bytes, std::vector<RecordedCallback>* 
         }
         if (len > kMaxDataLen || len > bytes.size() - at - kHeaderLen) {
             *why = where + ": length " + std::to_string(len) + " runs past the end";
+            return false;
+        }
+        if (r.offsetUs > kMaxOffsetUs) {
+            *why = where + ": more than a year after the start";
             return false;
         }
         if (!records->empty() && r.offsetUs < records->back().offsetUs) {

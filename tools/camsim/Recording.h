@@ -35,6 +35,7 @@ class Recording {
     static constexpr size_t kHeaderLen = 24;
     // A record longer than the link's longest block cannot have come from a listener.
     static constexpr uint32_t kMaxDataLen = 16 * 1024 * 1024;
+    static constexpr uint64_t kMaxOffsetUs = 366ULL * 24 * 3600 * 1000 * 1000;
 
     static std::string encode(const RecordedCallback& record);
     // Parses a whole file's bytes; false with the reason (and the record it is in) for a

@@ -110,7 +110,7 @@ int main(int argc, char** argv) {
     std::string scene = "none";
     bool useStdin = true;
     std::string replay;
-    double speed = 1;
+    std::string speed = "1";
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
         auto value = [&](const char* name) -> const char* {
@@ -140,12 +140,7 @@ int main(int argc, char** argv) {
         } else if (arg == "--replay") {
             replay = value("--replay");
         } else if (arg == "--speed") {
-            char* end = nullptr;
-            speed = strtod(value("--speed"), &end);
-            if (*end != '\0' || !(speed > 0)) {
-                fprintf(stderr, "camsim: bad speed\n");
-                return 2;
-            }
+            speed = value("--speed");
         } else if (arg == "--no-stdin") {
             useStdin = false;
         } else if (arg == "-h" || arg == "--help") {
@@ -158,17 +153,6 @@ int main(int argc, char** argv) {
         }
     }
 
-    std::vector<lumacast::camsim::TimedMessage> replayMessages;
-    if (!replay.empty()) {
-        std::vector<lumacast::camsim::RecordedCallback> records;
-        std::string why;
-        if (!lumacast::camsim::Recording::load(replay, &records, &why)) {
-            fprintf(stderr, "camsim: %s\n", why.c_str());
-            return 2;
-        }
-        replayMessages = lumacast::camsim::Recording::toMessages(records);
-    }
-
     signal(SIGPIPE, SIG_IGN);
     struct sigaction sa;
     memset(&sa, 0, sizeof(sa));
@@ -177,6 +161,15 @@ int main(int argc, char** argv) {
     sigaction(SIGTERM, &sa, nullptr);
 
     CameraSimulator camera(address, static_cast<uint16_t>(port));
+    ControlProtocol control(&camera);
+    if (!replay.empty()) {
+        // Waits for the daemon's connection, so it may be set up before listening.
+        const std::string reply = control.execute("replay " + replay + " speed=" + speed);
+        if (reply.compare(0, 2, "ok") != 0) {
+            fprintf(stderr, "camsim: --replay: %s\n", reply.c_str());
+            return 2;
+        }
+    }
     std::string why;
     if (!camera.start(&why)) {
         fprintf(stderr, "camsim: %s\n", why.c_str());
@@ -194,9 +187,6 @@ int main(int argc, char** argv) {
     if (scene == "default") defaultScene(&camera);
     fprintf(stderr, "camsim: listening on %s:%ld\n", address.c_str(), port);
 
-    if (!replayMessages.empty()) camera.startReplay(std::move(replayMessages), speed);
-
-    ControlProtocol control(&camera);
     std::string stdinBuffer;
     std::vector<Peer> peers;
     bool running = true;
