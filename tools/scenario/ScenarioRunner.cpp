@@ -42,7 +42,8 @@ constexpr Verb kVerbs[] = {
          "answer METHOD|heartbeat|any|reset [rval=N] [param=N] [delay=TIME] [silent] "
          "[as=METHOD] [text=TEXT]"},
         {"stream", 2, kAny, "stream frame|ai|proto|stop [size=B] [blocks=K] [rate=HZ] [count=N]"},
-        {"camera", 2, 3, "camera drop|reset|refuse|accept|garbage BYTES|chunk BYTES|restart"},
+        {"camera", 2, 3,
+         "camera drop|reset|refuse|accept|garbage BYTES|chunk BYTES|hangup MODE|restart"},
         {"replay", 2, 3, "replay RECORDING [speed=X]"},
         {"mcu", 2, kAny, "mcu SETTING [VALUE...]"},
         {"sleep", 2, 2, "sleep TIME"},
@@ -383,8 +384,13 @@ bool ScenarioRunner::camera(const std::vector<std::string>& w, std::string* why)
     if (w.size() == 2 && a == "reset") return camsim("drop reset", why);
     if (w.size() == 2 && a == "refuse") return camsim("refuse on", why);
     if (w.size() == 2 && a == "accept") return camsim("refuse off", why);
-    if (w.size() == 3 && (a == "garbage" || a == "chunk")) return camsim(a + " " + w[2], why);
-    *why = "camera drop, reset, refuse, accept, garbage BYTES, chunk BYTES or restart [SCENE]";
+    // hangup: every connection accepted from now on is ended at once (close, partial,
+    // reset, garbage; off ends that).
+    if (w.size() == 3 && (a == "garbage" || a == "chunk" || a == "hangup")) {
+        return camsim(a + " " + w[2], why);
+    }
+    *why = "camera drop, reset, refuse, accept, garbage BYTES, chunk BYTES, hangup MODE or "
+           "restart [SCENE]";
     return false;
 }
 
