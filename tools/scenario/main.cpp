@@ -15,6 +15,10 @@
 #include <string>
 #include <vector>
 
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/lsan_interface.h>
+#endif
+
 #include "tests/support/Namespace.h"
 #include "tools/demo/FakeTv.h"
 #include "tools/scenario/Scenario.h"
@@ -130,7 +134,11 @@ int main(int argc, char** argv) {
             return 1;
         }
         if (pid == 0) {
-            const int rc = play(s, keep);
+            int rc = play(s, keep);
+#if defined(__SANITIZE_ADDRESS__)
+            // _exit skips the leak check that a normal exit would run.
+            if (__lsan_do_recoverable_leak_check() != 0) rc = 1;
+#endif
             fflush(nullptr);
             _exit(rc);
         }
