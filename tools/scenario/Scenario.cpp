@@ -16,40 +16,40 @@ constexpr size_t kMaxLine = 4096;
 
 bool Scenario::split(const std::string& text, std::vector<std::string>* words, std::string* why) {
     words->clear();
-    size_t i = 0;
-    while (i < text.size()) {
+    std::string word;
+    bool inWord = false;
+    bool quoted = false;
+    for (size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
-        if (c == ' ' || c == '\t' || c == '\r') {
-            ++i;
-            continue;
-        }
-        if (c == '#') break;
-        std::string word;
-        if (c == '"') {
-            bool closed = false;
-            for (++i; i < text.size(); ++i) {
-                if (text[i] == '\\' && i + 1 < text.size() &&
-                    (text[i + 1] == '"' || text[i + 1] == '\\')) {
-                    word += text[++i];
-                } else if (text[i] == '"') {
-                    closed = true;
-                    ++i;
-                    break;
-                } else {
-                    word += text[i];
-                }
+        if (quoted) {
+            if (c == '\\' && i + 1 < text.size() && (text[i + 1] == '"' || text[i + 1] == '\\')) {
+                word += text[++i];
+            } else if (c == '"') {
+                quoted = false;
+            } else {
+                word += c;
             }
-            if (!closed) {
-                *why = "unterminated \"";
-                return false;
-            }
+        } else if (c == ' ' || c == '\t' || c == '\r') {
+            if (inWord) words->push_back(word);
+            word.clear();
+            inWord = false;
+        } else if (c == '#' && !inWord) {
+            break;
         } else {
-            while (i < text.size() && text[i] != ' ' && text[i] != '\t' && text[i] != '\r') {
-                word += text[i++];
+            // Quotes may start anywhere in a word: text="{...}" is one word.
+            if (c == '"') {
+                quoted = true;
+            } else {
+                word += c;
             }
+            inWord = true;
         }
-        words->push_back(word);
     }
+    if (quoted) {
+        *why = "unterminated \"";
+        return false;
+    }
+    if (inWord) words->push_back(word);
     return true;
 }
 

@@ -11,8 +11,8 @@ struct ScenarioLine {
     std::vector<std::string> words;
 };
 
-// A scenario file cut into words: blanks separate words, "double quotes" keep blanks (with
-// \" and \\ inside), and # outside quotes starts a comment.
+// A scenario file cut into words: blanks separate words, "double quotes" anywhere in a word
+// keep blanks (with \" and \\ inside), and # at the start of a word starts a comment.
 class Scenario {
   public:
     // False with "FILE:LINE: reason" for a file that cannot be read or cut into words.

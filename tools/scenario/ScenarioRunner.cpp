@@ -95,8 +95,16 @@ std::string shown(const std::vector<std::string>& w) {
     std::string out;
     for (const std::string& word : w) {
         if (!out.empty()) out += ' ';
-        out += word.empty() || word.find_first_of(" \t") != std::string::npos ? '"' + word + '"'
-                                                                              : word;
+        if (!word.empty() && word.find_first_of(" \t\"\\") == std::string::npos) {
+            out += word;
+            continue;
+        }
+        out += '"';
+        for (const char c : word) {
+            if (c == '"' || c == '\\') out += '\\';
+            out += c;
+        }
+        out += '"';
     }
     return out;
 }
@@ -182,15 +190,21 @@ bool ScenarioRunner::check(const Scenario& scenario, std::string* why) {
         const std::vector<std::string>& w = line.words;
         const Verb* verb = findVerb(kVerbs, std::size(kVerbs), w[0]);
         std::string problem;
+        std::chrono::milliseconds ms;
         if (verb == nullptr) {
             problem = "unknown verb '" + w[0] + "' (see tools/scenario/README.md)";
         } else if (!fits(*verb, w.size())) {
             problem = std::string("usage: ") + verb->usage;
         } else if (w[0] == "board" && started) {
             problem = "board must come before every other line";
+        } else if (w[0] == "board" &&
+                   std::string(" birch cedar damson all none ").find(" " + w[1] + " ") ==
+                           std::string::npos) {
+            problem = std::string("usage: ") + verb->usage;
+        } else if (w[0] == "sleep" && !parseTime(w[1], &ms)) {
+            problem = "sleep needs a time such as 2s or 500ms";
         } else if (w[0] == "expect") {
             size_t at = 1;
-            std::chrono::milliseconds ms;
             if (w[1] == "within") {
                 at = 3;
                 if (!parseTime(w[2], &ms)) problem = "within needs a time such as 5s or 500ms";
@@ -264,10 +278,7 @@ bool ScenarioRunner::runLine(const std::vector<std::string>& w, std::string* why
     if (verb == "mcu") return mcu(w, why);
     if (verb == "sleep") {
         std::chrono::milliseconds ms;
-        if (!parseTime(w[1], &ms)) {
-            *why = "sleep needs a time such as 2s or 500ms";
-            return false;
-        }
+        parseTime(w[1], &ms);  // checked before the run
         std::this_thread::sleep_for(ms);
         return true;
     }
