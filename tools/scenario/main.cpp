@@ -31,10 +31,11 @@ namespace {
 
 void usage(FILE* out) {
     fprintf(out,
-            "usage: lumacast-scenario [--keep] FILE...\n"
+            "usage: lumacast-scenario [--keep|--discard] FILE...\n"
             "  Plays each scenario on a fresh fake TV in namespaces of its own and stops it at\n"
             "  the first line that fails, naming the line, what was expected and what was seen.\n"
-            "  --keep   keep each TV's work folder (logs, sockets) even when it passed\n"
+            "  --keep     keep each TV's work folder (logs, sockets) even when it passed\n"
+            "  --discard  remove it even when the scenario failed\n"
             "The language: tools/scenario/README.md.\n"
             "Exit status: 0 all passed, 1 a scenario failed, 2 usage or a file that does not\n"
             "parse, 77 namespaces refused here.\n");
@@ -47,7 +48,9 @@ int removeEntry(const char* path, const struct stat*, int, struct FTW*) {
 
 // Runs in a child of its own: the fake TV mounts, makes interfaces and starts binder
 // threads that must not outlive one scenario.
-int play(const Scenario& scenario, bool keep) {
+enum class Keep { kOnFailure, kAlways, kNever };
+
+int play(const Scenario& scenario, Keep keep) {
     std::string why;
     if (!lumacast::test::enterFreshNetAndMountNamespaces(&why)) {
         fprintf(stderr, "lumacast-scenario: namespaces: %s\n", why.c_str());
@@ -79,10 +82,10 @@ int play(const Scenario& scenario, bool keep) {
         }
         tv.tearDown();
     }
-    if (ok && !keep) {
-        nftw(dir.c_str(), removeEntry, 16, FTW_DEPTH | FTW_PHYS);
-    } else {
+    if (keep == Keep::kAlways || (!ok && keep == Keep::kOnFailure)) {
         printf("files kept in %s\n", dir.c_str());
+    } else {
+        nftw(dir.c_str(), removeEntry, 16, FTW_DEPTH | FTW_PHYS);
     }
     return ok ? 0 : 1;
 }
@@ -91,7 +94,7 @@ int play(const Scenario& scenario, bool keep) {
 
 int main(int argc, char** argv) {
     setvbuf(stdout, nullptr, _IOLBF, 0);
-    bool keep = false;
+    Keep keep = Keep::kOnFailure;
     std::vector<Scenario> scenarios;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
@@ -99,8 +102,8 @@ int main(int argc, char** argv) {
             usage(stdout);
             return 0;
         }
-        if (a == "--keep") {
-            keep = true;
+        if (a == "--keep" || a == "--discard") {
+            keep = a == "--keep" ? Keep::kAlways : Keep::kNever;
             continue;
         }
         if (a[0] == '-') {
