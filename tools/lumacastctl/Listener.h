@@ -14,15 +14,17 @@
 namespace lumacast::ctl {
 
 struct ListenOptions {
-    uint64_t count = 0;      // stop after this many callbacks; 0: no limit
-    double seconds = 0;      // stop after this long; 0: no limit
-    std::string saveDir;     // where to write what arrives; empty: nowhere
-    std::string recordPath;  // every callback with its time, for camsim --replay; empty: none
-    bool quiet = false;      // no line per callback
-    double interval = 0;     // seconds between rate lines; 0: none
+    uint64_t count = 0;   // stop after this many callbacks; 0: no limit
+    double seconds = 0;   // stop after this long; 0: no limit
+    std::string saveDir;  // where to write what arrives; empty: nowhere
+    bool quiet = false;   // no line per callback
+    double interval = 0;  // seconds between rate lines; 0: none
     bool requireFrame = false;
     bool requireAi = false;
     bool requireProto = false;
+
+    // Every callback with its time, for camsim --replay; empty: none.
+    std::string recordPath;
 };
 
 // The listener that `lumacastctl listen` registers: prints each callback, counts them and
