@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <stdio.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -112,6 +113,40 @@ uint32_t zlibCrc(const uint8_t* p, size_t n) {
 std::vector<uint64_t> pauseLengths() {
     std::vector<uint64_t> out;
     for (const devsim::Pause& p : devsim::pauses()) out.push_back(p.us);
+    return out;
+}
+
+std::string timeline() {
+    const std::vector<devsim::Transfer> transfers = devsim::transfers();
+    const std::vector<devsim::Pause> pauses = devsim::pauses();
+    std::string out;
+    char token[32];
+    size_t p = 0;
+    for (size_t t = 0; t <= transfers.size(); ++t) {
+        // A pause moves the clock on, so a transfer at its start time came before it.
+        for (; p < pauses.size() && (t == transfers.size() || pauses[p].atUs < transfers[t].timeUs);
+             ++p) {
+            snprintf(token, sizeof(token), "p%llu ", static_cast<unsigned long long>(pauses[p].us));
+            out += token;
+        }
+        if (t == transfers.size()) break;
+        const devsim::Transfer& x = transfers[t];
+        const bool read = x.msgs.size() == 2 && x.msgs[1].read;
+        const int reg = x.msgs.empty() || x.msgs[0].data.empty() ? -1 : x.msgs[0].data[0];
+        if (read) {
+            snprintf(token, sizeof(token), "r%02X/%zu%s ", reg, x.msgs[1].data.size(),
+                     x.error != 0 ? "!" : "");
+        } else {
+            snprintf(token, sizeof(token), "w%02X%s ", reg, x.error != 0 ? "!" : "");
+        }
+        out += token;
+    }
+    return out;
+}
+
+std::string times(int n, const std::string& tokens) {
+    std::string out;
+    for (int i = 0; i < n; ++i) out += tokens;
     return out;
 }
 
