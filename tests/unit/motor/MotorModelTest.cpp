@@ -37,6 +37,8 @@ TEST_F(ModelTest, BoardStringSelectsTheModel) {
             {"tv_MT9652-ELM_2023", "birch"},
             {"xx-MT9652-CEDAR-yy", "cedar"},
             {"MT9652-CEDAR MT9652-ELM", "birch"},
+            {"RTD51M-FIR MT9652-CEDAR", "cedar"},
+            {"RTD51M-FIR MT9652-BIRCH", "birch"},
             {"RTD51M-FIR", "damson"},
             {"mt9652-cedar", "none"},
             {"MT9652", "none"},
@@ -120,6 +122,7 @@ TEST_F(ModelTest, CedarDrivesAndReadsMcuRegisters) {
     devsim::withCedar(2, [](devsim::CedarMcu& m) { EXPECT_EQ((Bytes{2, 1}), m.commands); });
     EXPECT_EQ((std::vector<Bytes>{{2}, {1}}), devsim::writesTo(2, 0x28, 0x23));
 
+    devsim::clearTransfers();
     const int expected[] = {0, 1, 0, 2, 3};
     for (int byte = 0; byte < 256; ++byte) {
         devsim::withCedar(2, [&](devsim::CedarMcu& m) { m.state = static_cast<uint8_t>(byte); });
@@ -132,6 +135,7 @@ TEST_F(ModelTest, CedarDrivesAndReadsMcuRegisters) {
 
     devsim::withCedar(2, [](devsim::CedarMcu& m) { m.version = "KORA-CEDAR-MCU-V12"; });
     EXPECT_STREQ("KORA-CEDAR-MCU-V12", cedar.get_mcu_version());
+    EXPECT_EQ(times(256, "r21/1 ") + "r22/1 r22/1 r16/18 ", timeline());
     setGpio(152, "1");
     EXPECT_EQ(1, cedar.get_switch_status());
 
