@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -108,39 +107,6 @@ int entryType(const char* dir, const char* name) {
 }
 
 }  // namespace
-
-// The scan takes a regular file or a character device as the video node, as the device's
-// code does (the same scan reads /proc/net/dev_snmp6, whose entries are files); anything
-// else of that name, such as a directory, is passed over.
-TEST(WatcherTest, StartupScanTakesNodesAndFilesButNotDirectories) {
-    EXPECT_TRUE(runIsolated([] {
-        FakeDevice device;
-        std::string why;
-        ASSERT_TRUE(device.setUp(&why)) << why;
-        ASSERT_TRUE(device.plug(kAcceptedCamera));
-        ASSERT_TRUE(device.removeVideoFunction(0));
-        ASSERT_TRUE(
-                device.addVideoFunction(0, lumacast::test::videoFunctionUevent(kAcceptedCamera)));
-        ASSERT_EQ(0, umount2("/dev/video0", MNT_DETACH));
-        ASSERT_EQ(0, unlink("/dev/video0"));
-        ASSERT_EQ(0, mkdir("/dev/video0", 0755));
-        {
-            WatcherSession session;
-            session.start();
-            ASSERT_TRUE(session.log.waitFor(refusal(-2, 0), 10s));
-            ASSERT_TRUE(session.settle());
-            EXPECT_EQ(0u, session.client.count(kAdd));
-        }
-        ASSERT_EQ(0, rmdir("/dev/video0"));
-        const int fd = open("/dev/video0", O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-        ASSERT_GE(fd, 0);
-        close(fd);
-        WatcherSession session;
-        session.start();
-        EXPECT_TRUE(session.client.waitFor(kAdd, 1));
-        unlink("/dev/video0");
-    }));
-}
 
 TEST(WatcherTest, CameraAttachedBeforeStartIsFoundByTheStartupScan) {
     EXPECT_TRUE(runIsolated([] {

@@ -1,6 +1,9 @@
+#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <string.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -145,8 +148,25 @@ TEST(DeviceIdTest, FirstMatchingEntryAndItsNumber) {
         ASSERT_EQ(0, symlink("/dev/null", "/dev/types/video2"));
         ASSERT_EQ(0, mkfifo("/dev/types/video3", 0600));
         EXPECT_EQ(-2, watcher.getDeviceIdNum("/dev/types/", "video"));
-        ASSERT_TRUE(writeFile("/dev/types/video4", ""));
+        // A user namespace may make 0:0 character nodes.
+        ASSERT_EQ(0, mknod("/dev/types/video4", S_IFCHR | 0600, makedev(0, 0)));
         EXPECT_EQ(4, watcher.getDeviceIdNum("/dev/types/", "video"));
+        // The first matching entry in directory order wins, whatever follows it.
+        ASSERT_EQ(0, mkdir("/dev/order", 0755));
+        ASSERT_EQ(0, mkdir("/dev/order/video7", 0755));
+        for (const char* name : {"video5", "vid8", "video9", "video1", "video3"}) {
+            ASSERT_TRUE(writeFile(std::string("/dev/order/") + name, ""));
+        }
+        int first = -1;
+        DIR* order = opendir("/dev/order");
+        ASSERT_NE(nullptr, order);
+        while (struct dirent* e = readdir(order)) {
+            if (first < 0 && e->d_type == DT_REG && strncmp(e->d_name, "video", 5) == 0) {
+                first = e->d_name[5] - '0';
+            }
+        }
+        closedir(order);
+        EXPECT_EQ(first, watcher.getDeviceIdNum("/dev/order/", "video"));
         // The longest name a directory can hold.
         ASSERT_EQ(0, mkdir("/dev/long", 0755));
         ASSERT_TRUE(writeFile("/dev/long/video" + std::string(250, '9'), ""));
@@ -222,7 +242,10 @@ TEST(RemovalTest, WhichHeadersReportARemoval) {
     const Case cases[] = {
             {"remove@/devices/x/video4linux/video0", true},
             {"remove@/devices/x/video4linux/video12", true},  // one digit read: video1
-            {"remove@/devices/x/video4linux/videoZ", false},
+            // The character's distance from '0' is the number: '>' is 14, '?' 15.
+            {"remove@/devices/x/video4linux/video>", true},
+            {"remove@/devices/x/video4linux/video?", false},
+            {"remove@/devices/x/video4linux/video/", false},
             {"remove@/devices/x/video4linux/video", false},
             {"remove@/devices/virtual/net/usb0", false},
             {"remove@/devices/x/1-1:1.2", false},
