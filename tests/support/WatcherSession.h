@@ -23,6 +23,8 @@
 
 namespace lumacast::test {
 
+// What every recognition pass logs first.
+constexpr const char* kPassStart = "[ORB]lumacast USBEventInterrupt::checkConnectedDevice start";
 // What the watcher logs when its scan finds neither camera function.
 constexpr const char* kEmptyScan =
         "lumacast USBEventInterrupt::checkConnectedDevice videoId:-2, usbId:-2 not VANTIR_BOTH";

@@ -22,6 +22,7 @@ using lumacast::test::commandOutput;
 using lumacast::test::FakeDevice;
 using lumacast::test::kAcceptedCamera;
 using lumacast::test::kernelUevent;
+using lumacast::test::kPassStart;
 using lumacast::test::kRefusedCamera;
 using lumacast::test::runIsolated;
 using lumacast::test::sendUevent;
@@ -33,7 +34,6 @@ namespace {
 
 constexpr const char* kAdd = "processCameraAdd";
 constexpr const char* kRemove = "processCameraRemove";
-constexpr const char* kPassStart = "[ORB]lumacast USBEventInterrupt::checkConnectedDevice start";
 constexpr const char* kHandle = "[ORB]lumacast USBEventInterrupt::handleUevent";
 
 std::string refusal(int videoId, int usbId) {

@@ -9,9 +9,12 @@
 #include <chrono>
 #include <functional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "tests/support/FakeDevice.h"
 #include "tests/support/WatcherSession.h"
+#include "tools/devsim/DevSim.h"
 
 using android::lumacast::USBEventInterrupt;
 using lumacast::test::FakeDevice;
@@ -171,6 +174,29 @@ TEST(DeviceIdTest, FirstMatchingEntryAndItsNumber) {
         ASSERT_EQ(0, mkdir("/dev/long", 0755));
         ASSERT_TRUE(writeFile("/dev/long/video" + std::string(250, '9'), ""));
         EXPECT_EQ(-2, watcher.getDeviceIdNum("/dev/long/", "video"));
+    });
+}
+
+// A pass gives the kernel 200 ms to finish announcing a function before it scans.
+TEST(DeviceIdTest, PassPausesBeforeItsScans) {
+    withIdleWatcher([](USBEventInterrupt& watcher, WatcherSession& session) {
+        // The simulator records the pauses of a thread that has used one of its devices.
+        close(open("/dev/venus_gpio", O_RDWR | O_CLOEXEC));
+        lumacast::devsim::VirtualTime vt;
+        const auto progress = [&] {
+            return std::make_pair(session.log.count(lumacast::test::kPassStart),
+                                  session.log.countContaining("getDeviceIdNum devicePath"));
+        };
+        const auto before = progress();
+        std::vector<std::pair<size_t, size_t>> atPause;
+        lumacast::devsim::setPauseHook([&](uint64_t) { atPause.push_back(progress()); });
+        watcher.checkConnectedDevice();
+        lumacast::devsim::setPauseHook(nullptr);
+        ASSERT_EQ(1u, lumacast::devsim::pauses().size());
+        EXPECT_EQ(200000u, lumacast::devsim::pauses()[0].us);
+        EXPECT_EQ((std::vector<std::pair<size_t, size_t>>{{before.first + 1, before.second}}),
+                  atPause);
+        EXPECT_EQ(before.second + 2, progress().second);
     });
 }
 
