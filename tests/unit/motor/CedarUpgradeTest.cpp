@@ -126,6 +126,17 @@ TEST_F(CedarUpgradeTest, EmptyOrMissingImageEndsBeforeAnyPackage) {
         EXPECT_TRUE(writes(0xE6).empty());
         EXPECT_TRUE(log.contains("fun = mcu_upgrade_iic, send_package fail", ANDROID_LOG_ERROR));
     }
+
+    // No room for the package buffer.
+    if (failNextMalloc(268)) {
+        const std::string image = writeImage(300, &bytes);
+        devsim::clearTransfers();
+        LogCapture log;
+        EXPECT_EQ(MOTOR_ERR_DEVICE, MotorCedar().motor_mcu_upgrade(image));
+        EXPECT_TRUE(log.contains("fun = send_package, send_data malloc fail", ANDROID_LOG_ERROR));
+        EXPECT_TRUE(log.contains("fun = mcu_upgrade_iic, send_package fail"));
+        EXPECT_TRUE(writes(0xE4).empty());
+    }
 }
 
 TEST_F(CedarUpgradeTest, ReadinessAndInformationAreRetriedThenGivenUp) {

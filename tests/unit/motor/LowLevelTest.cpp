@@ -211,6 +211,17 @@ TEST_F(LowLevelTest, I2cFailuresAreReportedWithTheirOwnCodes) {
                             ANDROID_LOG_ERROR));
     devsim::clearFaults();
 
+    // A message buffer that cannot be allocated: nothing reaches the bus.
+    if (failNextMalloc(2)) {
+        devsim::clearTransfers();
+        EXPECT_EQ(MOTOR_ERR_NO_MEMORY, iic_write_status("/dev/i2c-2", 0x28, 0x23, 1));
+        ASSERT_TRUE(failNextMalloc(3));
+        EXPECT_EQ(MOTOR_ERR_NO_MEMORY, iic_write_data("/dev/i2c-2", 0x28, 0xE0, data, 2));
+        EXPECT_TRUE(devsim::transfers().empty());
+        EXPECT_EQ(1u, log.count("fun = set_status, malloc is error", ANDROID_LOG_INFO));
+        EXPECT_EQ(1u, log.count("fun = write_data, malloc is error", ANDROID_LOG_INFO));
+    }
+
     // An address nobody answers, and lengths the kernel would refuse, fail the same way.
     EXPECT_EQ(-1, iic_write_status("/dev/i2c-2", 0x33, 0x23, 1));
     EXPECT_EQ(-1, iic_write_data("/dev/i2c-2", 0x28, 0xE0, data, -1));

@@ -1,6 +1,7 @@
 #include "tests/unit/motor/MotorTestEnv.h"
 
 #include <dirent.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/mount.h>
@@ -8,10 +9,24 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include <atomic>
 #include <fstream>
 #include <random>
 
 #include "tests/support/TestEnv.h"
+
+// Sanitizers bring their own allocator, which glibc's cannot stand in for.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define LUMACAST_WRAP_MALLOC 0
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || \
+        __has_feature(memory_sanitizer)
+#define LUMACAST_WRAP_MALLOC 0
+#endif
+#endif
+#ifndef LUMACAST_WRAP_MALLOC
+#define LUMACAST_WRAP_MALLOC 1
+#endif
 
 namespace lumacast::test {
 
@@ -30,7 +45,21 @@ void mountFakeSysClass() {
     mounted = true;
 }
 
+std::atomic<size_t> gFailSize{0};
+std::atomic<pid_t> gFailThread{0};
+
 }  // namespace
+
+bool failNextMalloc(size_t size) {
+#if !LUMACAST_WRAP_MALLOC
+    (void)size;
+    return false;
+#else
+    gFailThread = gettid();
+    gFailSize = size;
+    return true;
+#endif
+}
 
 int fdCount() {
     DIR* d = opendir("/proc/self/fd");
@@ -151,3 +180,17 @@ std::string times(int n, const std::string& tokens) {
 }
 
 }  // namespace lumacast::test
+
+#if LUMACAST_WRAP_MALLOC
+// glibc's own allocator under the public name, so that one chosen allocation can fail.
+extern "C" void* __libc_malloc(size_t size);
+extern "C" void* malloc(size_t size) {
+    using lumacast::test::gFailSize;
+    if (size != 0 && size == gFailSize.load(std::memory_order_relaxed) &&
+        gettid() == lumacast::test::gFailThread.load() && gFailSize.exchange(0) == size) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    return __libc_malloc(size);
+}
+#endif
