@@ -155,7 +155,7 @@ TEST_F(LowLevelTest, PulsesHoldOneLineLowForTheWholePause) {
     setGpio(146, "0");
     EXPECT_EQ(MOTOR_OK, motor_gpio_down());
     EXPECT_EQ("1", gpio(146));
-    EXPECT_EQ(3u, pauseLengths().size());
+    EXPECT_EQ(3u, devsim::pauses().size());
     devsim::setPauseHook(nullptr);
 }
 

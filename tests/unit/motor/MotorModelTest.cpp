@@ -69,8 +69,7 @@ TEST_F(ModelTest, BirchMovesByGpioAndReadsItsLines) {
     EXPECT_EQ(MOTOR_OK, birch.motor_up());
     EXPECT_EQ(MOTOR_OK, birch.motor_down());
     EXPECT_EQ("11", gpio(146) + gpio(147));
-    EXPECT_EQ((std::vector<uint64_t>{200000, 200000}), pauseLengths());
-    EXPECT_TRUE(devsim::transfers().empty());
+    EXPECT_EQ("p200000 p200000 ", timeline());
     setGpio(150, "0");
     EXPECT_EQ(3, birch.get_motor_status());
     setGpio(152, "1");
@@ -85,11 +84,7 @@ TEST_F(ModelTest, BirchVersionIsValidatedAndFormatted) {
     devsim::withBirch([](devsim::BirchMcu& m) { m.version = 7; });
     EXPECT_STREQ("MOT-QN42R07-ZT3W007", birch.get_mcu_version());
 
-    const auto versionReads = devsim::transfers();
-    ASSERT_FALSE(versionReads.empty());
-    EXPECT_EQ((Bytes{0x10}), versionReads.back().msgs[0].data);
-    EXPECT_EQ(9u, versionReads.back().msgs[1].data.size());
-    EXPECT_EQ(0x42, versionReads.back().msgs[1].addr);
+    EXPECT_EQ("r10/9 r10/9 ", timeline());
 
     LogCapture log;
     devsim::withBirch([](devsim::BirchMcu& m) { m.versionMarker = 0x54; });

@@ -139,12 +139,6 @@ uint32_t zlibCrc(const uint8_t* p, size_t n) {
     return static_cast<uint32_t>(crc32(0, p, static_cast<uInt>(n)));
 }
 
-std::vector<uint64_t> pauseLengths() {
-    std::vector<uint64_t> out;
-    for (const devsim::Pause& p : devsim::pauses()) out.push_back(p.us);
-    return out;
-}
-
 std::string timeline() {
     const std::vector<devsim::Transfer> transfers = devsim::transfers();
     const std::vector<devsim::Pause> pauses = devsim::pauses();

@@ -37,8 +37,6 @@ uint32_t le32(const uint8_t* p);
 uint16_t le16(const uint8_t* p);
 // zlib's CRC-32, independent of the product's.
 uint32_t zlibCrc(const uint8_t* p, size_t n);
-// Microseconds of every recorded pause, in order.
-std::vector<uint64_t> pauseLengths();
 // Makes the next malloc of exactly `size` bytes by the calling thread fail. False where the
 // build's allocator belongs to a sanitizer, which cannot be wrapped this way.
 bool failNextMalloc(size_t size);
