@@ -47,8 +47,9 @@ inline void expectWatcherLogLines(const host::LogCapture& log) {
             {E, "USBEventInterrupt::parseUevent fopen %s failed"},
             {D, "USBEventInterrupt::handleUevent %s removed"},
             {D, "[ORB]lumacast USBEventInterrupt::checkConnectedDevice start"},
-            {E, "lumacast USBEventInterrupt::checkConnectedDevice videoId:%d, usbId:%d not "
-                "VANTIR_BOTH"},
+            {E,
+             "lumacast USBEventInterrupt::checkConnectedDevice videoId:%d, usbId:%d not "
+             "VANTIR_BOTH"},
             {E, "USBEventInterrupt::checkConnectedDevice setDeviceIp set %s%d as IP:%s failed!"},
             {D, "lumacast USBEventInterrupt::checkConnectedDevice set usb & camera ip %s"},
             {D, "USBEventInterrupt::checkConnectedDevice processCameraAdd"},
@@ -63,8 +64,9 @@ inline void expectWatcherLogLines(const host::LogCapture& log) {
             {D, "lumacast USBEventInterrupt::checkWhatDeviceType VANTIR_BOTH"},
             {D, "lumacast USBEventInterrupt::checkWhatDeviceType NOT lumacast"},
             {D, "lumacast [orb]USBEventInterrupt::isVendorInLumacastRange string split error"},
-            {D, "lumacast [orb]USBEventInterrupt::isVendorInLumacastRange int_vid = %x, "
-                "int_pid = %x"},
+            {D,
+             "lumacast [orb]USBEventInterrupt::isVendorInLumacastRange int_vid = %x, "
+             "int_pid = %x"},
             {D, "lumacast USBEventInterrupt::setDeviceIp devName = %s"},
             {E, "lumacastUSBEventInterrupt::setDeviceIp socket socketFD:%d failed!"},
             {E, "lumacast USBEventInterrupt::setDeviceIp ioctl:%d failed!"},

@@ -261,9 +261,9 @@ TEST_F(BirchUpgradeTest, BusFailuresDuringPackagesStopTheTransfer) {
         devsim::addFault(refuse);
         LogCapture log;
         EXPECT_EQ(MOTOR_ERR_DEVICE, MotorBirch().motor_mcu_upgrade(path));
-        EXPECT_EQ("w20 r21/9 p100000 w20 r21/9 w20 p100000 r21/9 " + times(5, "w20! p5000 ") +
-                          "w20 ",
-                  timeline());
+        EXPECT_EQ(
+                "w20 r21/9 p100000 w20 r21/9 w20 p100000 r21/9 " + times(5, "w20! p5000 ") + "w20 ",
+                timeline());
         EXPECT_EQ(frame(4, {}), frames().back());
         EXPECT_TRUE(log.contains("fun = send_finish, iic_write stop_package ret = 0"));
         devsim::withBirch([&](devsim::BirchMcu& m) {

@@ -78,8 +78,7 @@ TEST_F(CedarUpgradeTest, ImagesGoInNumberedPackagesOf256Bytes) {
     });
     // One 5 s poll for readiness, 500 ms before each package answer, 5 ms before the finish
     // answer.
-    EXPECT_EQ("wE0 p5000000 rE1/1 wE2 rE3/1 " + times(3, "wE4 p500000 rE5/5 ") +
-                      "wE6 p5000 rE7/2 ",
+    EXPECT_EQ("wE0 p5000000 rE1/1 wE2 rE3/1 " + times(3, "wE4 p500000 rE5/5 ") + "wE6 p5000 rE7/2 ",
               timeline());
     EXPECT_TRUE(log.contains("path : " + path +
                              ", totalsize : 600, totalpackage : 3, lastpkgsize : 88"));
