@@ -3,7 +3,11 @@
 namespace kora {
 namespace lumacast {
 
-const ::android::String16 IKCameraMotor::descriptor(u"kora.lumacast.IKCameraMotor");
+namespace {
+const ::android::StaticString16 kDescriptor(u"kora.lumacast.IKCameraMotor");
+}  // namespace
+
+const ::android::String16& IKCameraMotor::descriptor = kDescriptor;
 
 IKCameraMotor::IKCameraMotor() {}
 

@@ -14,7 +14,8 @@ namespace lumacast {
 // status flag and MCU firmware.
 class IKCameraMotor : public ::android::IInterface {
   public:
-    static const ::android::String16 descriptor;
+    // Constant data: valid before any static constructor runs, in this file or another.
+    static const ::android::String16& descriptor;
 
     IKCameraMotor();
     ~IKCameraMotor() override;

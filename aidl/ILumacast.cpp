@@ -3,7 +3,11 @@
 namespace kora {
 namespace lumacast {
 
-const ::android::String16 ILumacast::descriptor(u"kora.lumacast.ILumacast");
+namespace {
+const ::android::StaticString16 kDescriptor(u"kora.lumacast.ILumacast");
+}  // namespace
+
+const ::android::String16& ILumacast::descriptor = kDescriptor;
 
 ILumacast::ILumacast() {}
 

@@ -17,7 +17,8 @@ namespace lumacast {
 // operation gives its result through its last parameter.
 class ILumacast : public ::android::IInterface {
   public:
-    static const ::android::String16 descriptor;
+    // Constant data: valid before any static constructor runs, in this file or another.
+    static const ::android::String16& descriptor;
 
     ILumacast();
     ~ILumacast() override;

@@ -5,7 +5,11 @@
 namespace kora {
 namespace lumacast {
 
-const ::android::String16 ILumacastCallback::descriptor(u"kora.lumacast.ILumacastCallback");
+namespace {
+const ::android::StaticString16 kDescriptor(u"kora.lumacast.ILumacastCallback");
+}  // namespace
+
+const ::android::String16& ILumacastCallback::descriptor = kDescriptor;
 
 ILumacastCallback::ILumacastCallback() {}
 

@@ -16,7 +16,8 @@ namespace lumacast {
 // protobuf bytes, and frame blocks. Listeners live in other processes.
 class ILumacastCallback : public ::android::IInterface {
   public:
-    static const ::android::String16 descriptor;
+    // Constant data: valid before any static constructor runs, in this file or another.
+    static const ::android::String16& descriptor;
     // The listener itself when it lives here, otherwise a proxy over the binder.
     static ::android::sp<ILumacastCallback> asInterface(
             const ::android::sp<::android::IBinder>& binder);

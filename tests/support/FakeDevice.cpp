@@ -438,22 +438,15 @@ bool runIsolated(const std::function<void()>& body) {
         return false;
     }
     if (pid == 0) {
-        // An emulator's own threads make the kernel refuse a mount namespace (EINVAL); the
-        // child then shares the test program's, and FakeDevice's teardown unmounts.
-        bool ok = unshare(CLONE_NEWNET | CLONE_NEWNS) == 0;
-        if (ok) {
-            ok = mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-        } else if (errno == EINVAL) {
-            ok = unshare(CLONE_NEWNET) == 0;
-        }
-        if (!ok) {
-            fprintf(stderr, "runIsolated: namespaces: %s\n", strerror(errno));
+        // Without a mount namespace of its own, FakeDevice's teardown unmounts.
+        std::string why;
+        if (!enterFreshNetAndMountNamespaces(&why)) {
+            fprintf(stderr, "runIsolated: namespaces: %s\n", why.c_str());
             fflush(nullptr);
             _exit(2);
         }
-        setInterfaceUp("lo");
         body();
-        ok = !::testing::Test::HasFailure();
+        bool ok = !::testing::Test::HasFailure();
 #if defined(__SANITIZE_ADDRESS__)
         // _exit skips the leak check that a normal exit would run.
         if (__lsan_do_recoverable_leak_check() != 0) ok = false;

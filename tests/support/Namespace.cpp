@@ -81,6 +81,21 @@ void enterNamespaceOrExit(bool fresh) {
     setInterfaceUp("lo");
 }
 
+bool enterFreshNetAndMountNamespaces(std::string* why) {
+    bool ok = unshare(CLONE_NEWNET | CLONE_NEWNS) == 0;
+    if (ok) {
+        ok = mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    } else if (errno == EINVAL) {
+        ok = unshare(CLONE_NEWNET) == 0;
+    }
+    if (!ok) {
+        *why = strerror(errno);
+        return false;
+    }
+    setInterfaceUp("lo");
+    return true;
+}
+
 int runInFreshNetns(const std::function<bool()>& fn) {
     fflush(nullptr);
     const pid_t pid = fork();

@@ -21,6 +21,12 @@ bool inTestNamespace();
 // LUMACAST_REQUIRE_NAMESPACES=1 says they must work here.
 void enterNamespaceOrExit(bool fresh = false);
 
+// For a forked child inside a test namespace: fresh network and mount namespaces of its
+// own, with loopback up. Under an emulator whose own threads make the kernel refuse a mount
+// namespace (EINVAL), only the network one; the child then shares its parent's mounts and
+// must undo its own. False with the reason when neither could be made.
+bool enterFreshNetAndMountNamespaces(std::string* why);
+
 // Runs `fn` in a forked child that first enters a fresh network namespace of its own
 // (needs CAP_NET_ADMIN, which the test namespace gives). Returns the child's exit status:
 // 0 when fn returned true, 1 when it returned false, 2 when the namespace could not be

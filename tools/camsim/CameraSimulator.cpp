@@ -524,14 +524,7 @@ void CameraSimulator::streamLoop(StreamPlan plan, std::shared_ptr<std::atomic<bo
     uint64_t sequence = 0;
     while (*running) {
         if (plan.maxMessages != 0 && sequence >= plan.maxMessages) break;
-        std::shared_ptr<Connection> connection;
-        {
-            std::unique_lock<std::mutex> lock(mMutex);
-            mCond.wait_for(lock, std::chrono::milliseconds(50),
-                           [&] { return mConnection != nullptr || mStopping; });
-            if (mStopping) break;
-            connection = mConnection;
-        }
+        const std::shared_ptr<Connection> connection = awaitConnection(*running);
         if (!connection) continue;
         // Block parameters count the blocks streamed, so receivers can spot a loss.
         for (uint32_t i = 0; i < blocks; ++i) {
@@ -547,11 +540,53 @@ void CameraSimulator::streamLoop(StreamPlan plan, std::shared_ptr<std::atomic<bo
         ++mStreamed;
         if (period > Clock::duration::zero()) {
             next += period;
-            while (*running && Clock::now() < next) {
-                std::this_thread::sleep_for(std::min<Clock::duration>(
-                        next - Clock::now(), std::chrono::milliseconds(50)));
-            }
+            sleepUntil(next, *running);
         }
+    }
+}
+
+std::shared_ptr<CameraSimulator::Connection> CameraSimulator::awaitConnection(
+        const std::atomic<bool>& running) {
+    std::unique_lock<std::mutex> lock(mMutex);
+    mCond.wait_for(lock, std::chrono::milliseconds(50),
+                   [&] { return mConnection != nullptr || mStopping; });
+    if (mStopping || !running) return nullptr;
+    return mConnection;
+}
+
+void CameraSimulator::sleepUntil(Clock::time_point due, const std::atomic<bool>& running) {
+    while (running && Clock::now() < due) {
+        std::this_thread::sleep_for(
+                std::min<Clock::duration>(due - Clock::now(), std::chrono::milliseconds(50)));
+    }
+}
+
+void CameraSimulator::startReplay(std::vector<TimedMessage> messages, double speed) {
+    auto running = std::make_shared<std::atomic<bool>>(true);
+    std::lock_guard<std::mutex> lock(mStreamMutex);
+    mStreams.emplace_back(
+            std::thread(&CameraSimulator::replayLoop, this, std::move(messages), speed, running),
+            running);
+}
+
+void CameraSimulator::replayLoop(std::vector<TimedMessage> messages, double speed,
+                                 std::shared_ptr<std::atomic<bool>> running) {
+    Clock::time_point start;
+    bool started = false;
+    for (size_t i = 0; *running && i < messages.size();) {
+        const std::shared_ptr<Connection> connection = awaitConnection(*running);
+        if (!connection) continue;
+        if (!started) {
+            start = Clock::now();
+            started = true;
+        }
+        sleepUntil(
+                start + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(
+                                static_cast<double>(messages[i].offsetUs) / 1e6 / speed)),
+                *running);
+        if (!writeTo(connection, messages[i].bytes, running.get())) continue;
+        ++i;
+        ++mStreamed;
     }
 }
 

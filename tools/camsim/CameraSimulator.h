@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "tools/camsim/CameraWire.h"
+#include "tools/camsim/Recording.h"
 
 namespace lumacast::camsim {
 
@@ -88,6 +89,10 @@ class CameraSimulator {
     void setChunking(size_t bytes, std::chrono::microseconds pause);
 
     void startStream(const StreamPlan& plan);
+    // Plays `messages` once, at their offsets divided by `speed`, from the first moment a
+    // connection is up; a message cut off by a lost connection goes again on the next one.
+    void startReplay(std::vector<TimedMessage> messages, double speed);
+    // Ends streams and replays.
     void stopStreams();
     uint64_t streamedMessages() const { return mStreamed.load(); }
 
@@ -112,6 +117,14 @@ class CameraSimulator {
     void ioLoop();
     void schedulerLoop();
     void streamLoop(StreamPlan plan, std::shared_ptr<std::atomic<bool>> running);
+    void replayLoop(std::vector<TimedMessage> messages, double speed,
+                    std::shared_ptr<std::atomic<bool>> running);
+    // The current connection, once there is one; null when `running` turned false, the
+    // simulator stops, or 50 ms passed.
+    std::shared_ptr<Connection> awaitConnection(const std::atomic<bool>& running);
+    // Sleeps until `due` unless `running` turns false first.
+    static void sleepUntil(std::chrono::steady_clock::time_point due,
+                           const std::atomic<bool>& running);
     void onBytes(const std::shared_ptr<Connection>& connection, const char* data, size_t len);
     void answer(const std::shared_ptr<Connection>& connection, const Command& command);
     // Writes one message. It leaves only once everything written before has left the

@@ -7,6 +7,9 @@
 #include <sstream>
 #include <vector>
 
+#include "tools/camsim/CommandIds.h"
+#include "tools/camsim/Recording.h"
+
 namespace lumacast::camsim {
 
 namespace {
@@ -66,12 +69,13 @@ std::string error(const std::string& why) { return "error: " + why; }
 
 const char* ControlProtocol::usage() {
     return "commands:\n"
-           "  rule <cmd_id|default> [rval=N] [param=N] [reply_id=N] [delay=MS] [silent]\n"
-           "  rule-text <cmd_id|default> <result text sent verbatim>\n"
+           "  rule <cmd_id|method|default> [rval=N] [param=N] [reply_id=N] [delay=MS] [silent]\n"
+           "  rule-text <cmd_id|method|default> <result text sent verbatim>\n"
            "  clear-rules\n"
            "  stream <json|protobuf|frame|TYPE> [size=BYTES] [blocks=K] [rate=HZ] [count=N]\n"
            "         [text=PAYLOAD (last)]\n"
-           "  stop-streams\n"
+           "  replay <recording> [speed=X] (what `lumacastctl listen --record` kept)\n"
+           "  stop-streams                (ends replays too)\n"
            "  send-result <text>          send-json <text>\n"
            "  garbage <bytes> [seed]\n"
            "  chunk <bytes> [pause_us]    (0 bytes: whole writes)\n"
@@ -91,7 +95,11 @@ std::string ControlProtocol::execute(const std::string& line) {
         if (w.size() < 2) return error("rule needs a cmd_id or 'default'");
         long id = 0;
         const bool isDefault = w[1] == "default";
-        if (!isDefault && !parseLong(w[1], 0, 0x7fffffff, &id)) return error("bad cmd_id " + w[1]);
+        if (!isDefault && commandIdOf(w[1]) >= 0) {
+            id = commandIdOf(w[1]);
+        } else if (!isDefault && !parseLong(w[1], 0, 0x7fffffff, &id)) {
+            return error("bad cmd_id or method " + w[1]);
+        }
         ReplyRule rule;
         if (verb == "rule-text") {
             rule.text = restAfter(line, 2);
@@ -102,8 +110,11 @@ std::string ControlProtocol::execute(const std::string& line) {
                 long v = 0;
                 if (w[i] == "silent") {
                     rule.silent = true;
-                } else if (!keyValue(w[i], &key, &value) ||
-                           !parseLong(value, -0x80000000L, 0x7fffffffL, &v)) {
+                } else if (!keyValue(w[i], &key, &value)) {
+                    return error("bad rule option " + w[i]);
+                } else if (key == "reply_id" && commandIdOf(value) >= 0) {
+                    rule.replyId = commandIdOf(value);
+                } else if (!parseLong(value, -0x80000000L, 0x7fffffffL, &v)) {
                     return error("bad rule option " + w[i]);
                 } else if (key == "rval") {
                     rule.rval = static_cast<int32_t>(v);
@@ -169,6 +180,24 @@ std::string ControlProtocol::execute(const std::string& line) {
         }
         mCamera->startStream(plan);
         return "ok";
+    }
+    if (verb == "replay") {
+        double speed = 1;
+        if (w.size() < 2 || w.size() > 3)
+            return error("replay FILE [speed=X] (a path without blanks)");
+        // Bounded so that a year-long recording's offsets still fit the clock.
+        if (w.size() == 3 &&
+            (w[2].compare(0, 6, "speed=") != 0 || !parseDouble(w[2].substr(6), &speed) ||
+             !(speed >= 0.01) || speed > 1000)) {
+            return error("bad speed " + w[2] + " (0.01 to 1000)");
+        }
+        std::vector<RecordedCallback> records;
+        std::string why;
+        if (!Recording::load(w[1], &records, &why)) return error(why);
+        std::vector<TimedMessage> messages = Recording::toMessages(records);
+        const size_t count = messages.size();
+        mCamera->startReplay(std::move(messages), speed);
+        return "ok " + std::to_string(count) + " messages";
     }
     if (verb == "stop-streams") {
         mCamera->stopStreams();

@@ -34,8 +34,9 @@ void onSignal(int) { gStop = 1; }
 void usage(FILE* out) {
     fprintf(out,
             "usage: camsim [--address A] [--port P] [--control PATH] [--scene default|none]\n"
-            "              [--no-stdin]\n"
+            "              [--no-stdin] [--replay RECORDING [--speed X]]\n"
             "  Listens as the camera (default 192.168.111.10:10001) and answers commands.\n"
+            "  --replay plays what `lumacastctl listen --record` kept, at its pace times X.\n"
             "  Run it only in a network namespace of your own.\n\n%s",
             ControlProtocol::usage());
 }
@@ -108,6 +109,8 @@ int main(int argc, char** argv) {
     std::string controlPath;
     std::string scene = "none";
     bool useStdin = true;
+    std::string replay;
+    std::string speed = "1";
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
         auto value = [&](const char* name) -> const char* {
@@ -134,6 +137,10 @@ int main(int argc, char** argv) {
                 fprintf(stderr, "camsim: unknown scene '%s'\n", scene.c_str());
                 return 2;
             }
+        } else if (arg == "--replay") {
+            replay = value("--replay");
+        } else if (arg == "--speed") {
+            speed = value("--speed");
         } else if (arg == "--no-stdin") {
             useStdin = false;
         } else if (arg == "-h" || arg == "--help") {
@@ -154,6 +161,15 @@ int main(int argc, char** argv) {
     sigaction(SIGTERM, &sa, nullptr);
 
     CameraSimulator camera(address, static_cast<uint16_t>(port));
+    ControlProtocol control(&camera);
+    if (!replay.empty()) {
+        // Waits for the daemon's connection, so it may be set up before listening.
+        const std::string reply = control.execute("replay " + replay + " speed=" + speed);
+        if (reply.compare(0, 2, "ok") != 0) {
+            fprintf(stderr, "camsim: --replay: %s\n", reply.c_str());
+            return 2;
+        }
+    }
     std::string why;
     if (!camera.start(&why)) {
         fprintf(stderr, "camsim: %s\n", why.c_str());
@@ -171,7 +187,6 @@ int main(int argc, char** argv) {
     if (scene == "default") defaultScene(&camera);
     fprintf(stderr, "camsim: listening on %s:%ld\n", address.c_str(), port);
 
-    ControlProtocol control(&camera);
     std::string stdinBuffer;
     std::vector<Peer> peers;
     bool running = true;

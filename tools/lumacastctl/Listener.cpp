@@ -7,6 +7,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "tools/camsim/Recording.h"
+
 using android::binder::Status;
 
 namespace lumacast::ctl {
@@ -104,33 +106,70 @@ std::string Listener::save(const char* prefix, uint64_t n, const char* suffix, c
              suffix);
     const std::string path = mOptions.saveDir + name;
     const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
-    bool ok = fd >= 0;
-    const char* bytes = static_cast<const char*>(data);
-    size_t done = 0;
-    while (ok && done < len) {
-        const ssize_t w = write(fd, bytes + done, len - done);
-        if (w < 0 && errno == EINTR) continue;
-        if (w <= 0) {
-            ok = false;
-            break;
-        }
-        done += static_cast<size_t>(w);
-    }
+    bool ok = fd >= 0 && writeAll(fd, data, len);
     const int err = errno;
     if (fd >= 0 && close(fd) != 0) ok = false;
     if (ok) return path;
-    {
-        std::lock_guard<std::mutex> lock(mMutex);
-        // Tell once; the count goes into the summary and the exit status.
-        if (mSaveFailures++ == 0) {
-            fprintf(stderr, "lumacastctl: cannot write %s: %s\n", path.c_str(), strerror(err));
-        }
-    }
+    std::lock_guard<std::mutex> lock(mMutex);
+    saveFailed(path, err);
     return "";
+}
+
+bool Listener::writeAll(int fd, const void* data, size_t len) {
+    const char* bytes = static_cast<const char*>(data);
+    size_t done = 0;
+    while (done < len) {
+        const ssize_t w = write(fd, bytes + done, len - done);
+        if (w < 0 && errno == EINTR) continue;
+        if (w <= 0) return false;
+        done += static_cast<size_t>(w);
+    }
+    return true;
+}
+
+void Listener::saveFailed(const std::string& path, int err) {
+    if (mSaveFailures++ == 0) {
+        fprintf(stderr, "lumacastctl: cannot write %s: %s\n", path.c_str(), strerror(err));
+    }
+}
+
+Listener::~Listener() {
+    if (mRecordFd >= 0) close(mRecordFd);
+}
+
+bool Listener::openRecording(std::string* why) {
+    const std::string& path = mOptions.recordPath;
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
+    if (fd < 0 || !writeAll(fd, camsim::Recording::kMagic, camsim::Recording::kMagicLen)) {
+        *why = path + ": " + strerror(errno);
+        if (fd >= 0) close(fd);
+        return false;
+    }
+    std::lock_guard<std::mutex> lock(mMutex);
+    mRecordFd = fd;
+    return true;
+}
+
+void Listener::keep(uint32_t kind, int32_t blockCount, int32_t blockParam, const void* data,
+                    size_t len) {
+    if (mOptions.recordPath.empty()) return;
+    camsim::RecordedCallback r;
+    r.kind = kind;
+    r.blockCount = blockCount;
+    r.blockParam = blockParam;
+    r.offsetUs = static_cast<uint64_t>(elapsed() * 1e6);
+    r.data.assign(static_cast<const char*>(data), len);
+    const std::string bytes = camsim::Recording::encode(r);
+    std::lock_guard<std::mutex> lock(mMutex);
+    // In arrival order: the daemon calls a listener one callback at a time.
+    if (mRecordFd >= 0 && !writeAll(mRecordFd, bytes.data(), bytes.size())) {
+        saveFailed(mOptions.recordPath, errno);
+    }
 }
 
 Status Listener::onAiData(const std::string& data) {
     const uint64_t n = record(kAi, data.size());
+    keep(camsim::kTypeAiJson, 0, 0, data.data(), data.size());
     std::string saved;
     if (!mOptions.saveDir.empty()) saved = save("ai", n, ".json", data.data(), data.size());
     if (!mOptions.quiet) {
@@ -143,6 +182,7 @@ Status Listener::onAiData(const std::string& data) {
 
 Status Listener::onProtoBuf(const std::vector<uint8_t>& data) {
     const uint64_t n = record(kProto, data.size());
+    keep(camsim::kTypeAiProtobuf, 0, 0, data.data(), data.size());
     std::string saved;
     if (!mOptions.saveDir.empty()) saved = save("proto", n, ".bin", data.data(), data.size());
     if (!mOptions.quiet) {
@@ -156,6 +196,7 @@ Status Listener::onProtoBuf(const std::vector<uint8_t>& data) {
 
 Status Listener::onFrame(int32_t blockCount, int32_t blockParam, const std::vector<uint8_t>& data) {
     const uint64_t n = record(kFrame, data.size());
+    keep(camsim::kTypeFrame, blockCount, blockParam, data.data(), data.size());
     std::string saved;
     if (!mOptions.saveDir.empty()) saved = save("frame", n, ".bin", data.data(), data.size());
     if (!mOptions.quiet) {

@@ -22,6 +22,9 @@ struct ListenOptions {
     bool requireFrame = false;
     bool requireAi = false;
     bool requireProto = false;
+
+    // Every callback with its time, for camsim --replay; empty: none.
+    std::string recordPath;
 };
 
 // The listener that `lumacastctl listen` registers: prints each callback, counts them and
@@ -38,6 +41,10 @@ class Listener : public kora::lumacast::BnLumacastCallback {
 
     // `onLimit` runs once, on the calling binder thread, when --count is reached.
     Listener(const ListenOptions& options, FILE* out, std::function<void()> onLimit);
+    ~Listener() override;
+
+    // Creates the --record file; false with the reason.
+    bool openRecording(std::string* why);
 
     android::binder::Status onAiData(const std::string& data) override;
     android::binder::Status onProtoBuf(const std::vector<uint8_t>& data) override;
@@ -65,6 +72,11 @@ class Listener : public kora::lumacast::BnLumacastCallback {
     // Writes one file into the save folder; the path, or empty after a failure.
     std::string save(const char* prefix, uint64_t n, const char* suffix, const void* data,
                      size_t len);
+    // Appends one callback to the --record file.
+    void keep(uint32_t kind, int32_t blockCount, int32_t blockParam, const void* data, size_t len);
+    bool writeAll(int fd, const void* data, size_t len);
+    // Tells of a failed write once; the count goes into the summary and the exit status.
+    void saveFailed(const std::string& path, int err);
     double elapsed() const;
 
     const ListenOptions mOptions;
@@ -78,6 +90,7 @@ class Listener : public kora::lumacast::BnLumacastCallback {
     std::chrono::steady_clock::time_point mLastTime;  // guarded by mMutex
     uint64_t mSaveFailures = 0;                       // guarded by mMutex
     bool mLimitReported = false;                      // guarded by mMutex
+    int mRecordFd = -1;                               // guarded by mMutex
 };
 
 }  // namespace lumacast::ctl

@@ -113,6 +113,8 @@ void usage(FILE* out) {
             "  --save DIR       write every frame block (frame-NNNNNN.bin), protobuf block\n"
             "                   (proto-NNNNNN.bin) and AI JSON text (ai-NNNNNN.json) into DIR,\n"
             "                   which must be empty or new (so runs never mix)\n"
+            "  --record FILE    keep every callback with its time in FILE, to be played\n"
+            "                   back by camsim --replay (format: tools/camsim/README.md)\n"
             "  --quiet          no line per callback, only the summary\n"
             "  --interval T     print counts and rates every T seconds\n"
             "  --require KINDS  comma-separated frame,ai,proto: each must arrive at least once\n"
@@ -261,6 +263,9 @@ int runListen(const std::vector<std::string>& words, double waitSeconds) {
         } else if (w == "--save") {
             if ((v = value()) == nullptr || v->empty()) return usageError("--save needs a folder");
             options.saveDir = *v;
+        } else if (w == "--record") {
+            if ((v = value()) == nullptr || v->empty()) return usageError("--record needs a file");
+            options.recordPath = *v;
         } else if (w == "--require") {
             if ((v = value()) == nullptr) return usageError("--require needs frame, ai or proto");
             size_t start = 0;
@@ -306,6 +311,11 @@ int runListen(const std::vector<std::string>& words, double waitSeconds) {
     const sp<ServiceDeath> death = new ServiceDeath();
     binder->linkToDeath(death);
     const sp<Listener> listener = new Listener(options, stdout, wakeMain);
+    std::string why;
+    if (!options.recordPath.empty() && !listener->openRecording(&why)) {
+        fprintf(stderr, "lumacastctl: cannot record into %s\n", why.c_str());
+        return kExitNotAsAsked;
+    }
     bool registered = false;
     const Status status = service->setCallback(listener, &registered);
     if (!status.isOk()) return failedCall("setCallback", status);

@@ -33,18 +33,24 @@ String16::String16(const char* o, size_t len) : mData(fromUtf8(o, len)) {}
 String16::String16(const String8& o) : mData(fromUtf8(o.string(), o.size())) {}
 
 status_t String16::setTo(const String16& other) {
-    mData = other.mData;
+    *this = other;
     return OK;
 }
 
 status_t String16::setTo(const char16_t* other, size_t len) {
     if (other == nullptr && len > 0) return BAD_VALUE;
-    mData.assign(other ? other : u"", len);
+    // Copied before anything is replaced: other may point into this string.
+    std::u16string copy(other ? other : u"", len);
+    mData = std::move(copy);
+    mStatic = nullptr;
     return OK;
 }
 
 status_t String16::append(const String16& other) {
-    mData += other.mData;
+    std::u16string joined(view());
+    joined.append(other.view());
+    mData = std::move(joined);
+    mStatic = nullptr;
     return OK;
 }
 

@@ -261,6 +261,21 @@ TEST(LumacastDispatchTest, LocalInterfaceOnlyForTheExactDescriptor) {
     EXPECT_EQ(IInterface::asBinder(fake).get(), static_cast<IBinder*>(fake.get()));
 }
 
+// Copied by static constructors of this file, which run before any of the interface library
+// linked after it: a client's static object that needs a descriptor finds it already set.
+const String16 kDescriptorsAtStart[] = {ILumacast::descriptor, ILumacastCallback::descriptor,
+                                        IKCameraMotor::descriptor};
+
+TEST(DescriptorTest, ConstantDataBeforeAnyCodeRuns) {
+    const char* texts[] = {"kora.lumacast.ILumacast", "kora.lumacast.ILumacastCallback",
+                           "kora.lumacast.IKCameraMotor"};
+    for (size_t i = 0; i < 3; ++i) {
+        EXPECT_STREQ(String8(kDescriptorsAtStart[i]).string(), texts[i]);
+        // Shared, not copied: the characters stay where the compiler put them.
+        EXPECT_TRUE(kDescriptorsAtStart[i].isStaticString()) << texts[i];
+    }
+}
+
 TEST(MotorDispatchTest, EveryCodeReadsItsArgumentsAndWritesItsResult) {
     sp<FakeKCameraMotor> fake = new FakeKCameraMotor();
     const Row rows[] = {

@@ -265,9 +265,21 @@ class DeviceHeaderCheckTest(unittest.TestCase):
         self.assertEqual(failed, ["Android.bp"], out)
         self.assertIn("no cc_binary named lumacastd", out)
 
+    def test_blueprint_syntax_error_fails(self):
+        write_tree(self.root, GOOD)
+        # A comma missing between two properties of the daemon's module.
+        broken = ANDROID_BP.replace('name: "lumacastd",', 'name: "lumacastd"')
+        self.assertNotEqual(broken, ANDROID_BP)
+        write_tree(self.root, {"Android.bp": broken})
+        code, failed, out = run_check(self.root)
+        self.assertEqual(code, 1, out)
+        self.assertEqual(failed, ["Android.bp"], out)
+        self.assertIn("parsing error", out)
+
 
 if __name__ == "__main__":
-    for need in ("/usr/include/android/binder", shutil.which("clang++"), shutil.which("aidl")):
+    for need in ("/usr/include/android/binder", shutil.which("clang++"), shutil.which("aidl"),
+                 shutil.which("bpfmt")):
         if not need or not os.path.exists(need):
             print("skipped: needs the device packages (scripts/deps device)")
             sys.exit(77)

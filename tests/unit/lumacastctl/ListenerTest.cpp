@@ -3,6 +3,7 @@
 // verdict must follow the options.
 #include <gtest/gtest.h>
 #include <stdio.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,6 +16,7 @@
 #include <vector>
 
 #include "tests/support/TestEnv.h"
+#include "tools/camsim/Recording.h"
 #include "tools/lumacastctl/Listener.h"
 
 using android::sp;
@@ -40,14 +42,19 @@ std::string freshDir(const char* name) {
     return dir;
 }
 
-TEST(ListenerTest, SavesEveryCallbackByteForByteAndPrintsOneLineEach) {
+using camsim::RecordedCallback;
+using camsim::Recording;
+
+TEST(ListenerTest, SavesAndRecordsEveryCallbackByteForByteAndPrintsOneLineEach) {
     ListenOptions options;
     options.saveDir = freshDir("save");
     std::string why;
     ASSERT_TRUE(Listener::prepareSaveDir(options.saveDir, &why)) << why;
+    options.recordPath = options.saveDir + "/session.rec";
     FILE* out = tmpfile();
     ASSERT_NE(out, nullptr);
     sp<Listener> listener = new Listener(options, out, nullptr);
+    ASSERT_TRUE(listener->openRecording(&why)) << why;
 
     std::vector<uint8_t> frame(70000);
     for (size_t i = 0; i < frame.size(); ++i) frame[i] = static_cast<uint8_t>(i * 7);
@@ -64,6 +71,15 @@ TEST(ListenerTest, SavesEveryCallbackByteForByteAndPrintsOneLineEach) {
     EXPECT_EQ(readFile(dir + "/frame-000002.bin"), "");
     EXPECT_EQ(readFile(dir + "/proto-000001.bin"), std::string(proto.begin(), proto.end()));
     EXPECT_EQ(readFile(dir + "/ai-000001.json"), json);
+    std::vector<RecordedCallback> kept;
+    ASSERT_TRUE(Recording::load(options.recordPath, &kept, &why)) << why;
+    ASSERT_EQ(kept.size(), 4u);
+    EXPECT_EQ(kept[0].data, std::string(frame.begin(), frame.end()));
+    EXPECT_EQ(kept[1].blockParam, 3);
+    EXPECT_EQ(kept[1].blockCount, 3);
+    EXPECT_EQ(kept[2].kind, camsim::kTypeAiProtobuf);
+    EXPECT_EQ(kept[3].data, json);
+    EXPECT_EQ(kept[3].kind, camsim::kTypeAiJson);
 
     const Listener::Counts c = listener->counts();
     EXPECT_EQ(c.events[Listener::kFrame], 2u);
@@ -173,5 +189,49 @@ TEST(ListenerTest, VerdictFollowsCountRequireAndSaveFailures) {
     fclose(out);
 }
 
+std::string record(uint32_t kind, int32_t count, int32_t param, uint64_t us, std::string data) {
+    RecordedCallback r;
+    r.kind = kind;
+    r.blockCount = count;
+    r.blockParam = param;
+    r.offsetUs = us;
+    r.data = std::move(data);
+    return Recording::encode(r);
+}
+
+TEST(RecordingTest, ReplaysFramesInTheirMessagesAndRefusesCorruptFiles) {
+    const std::string magic(Recording::kMagic, Recording::kMagicLen);
+    // Two blocks of a three-block frame (the third had no payload), then an AI text.
+    const std::string good = magic + record(camsim::kTypeFrame, 3, 7, 1000, "abc") +
+                             record(camsim::kTypeFrame, 3, 9, 1000, "de") +
+                             record(camsim::kTypeAiJson, 0, 0, 251000, "{}");
+    std::vector<RecordedCallback> records;
+    std::string why;
+    ASSERT_TRUE(Recording::decode(good, &records, &why)) << why;
+    const std::vector<camsim::TimedMessage> messages = Recording::toMessages(records);
+    ASSERT_EQ(messages.size(), 2u);
+    camsim::Message frame;
+    frame.dataType = camsim::kTypeFrame;
+    frame.blocks = {{7, "abc", std::nullopt}, {9, "de", std::nullopt}, {0, "", std::nullopt}};
+    EXPECT_EQ(messages[0].bytes, camsim::encodeMessage(frame));
+    EXPECT_EQ(messages[0].offsetUs, 0u);
+    EXPECT_EQ(messages[1].bytes, camsim::dataMessage(camsim::kTypeAiJson, {"{}"}));
+    EXPECT_EQ(messages[1].offsetUs, 250000u);
+
+    const std::string second = magic + record(camsim::kTypeFrame, 1, 0, 5, "x");
+    const std::pair<std::string, const char*> bad[] = {
+            {"LUMAREC2" + good.substr(8), "not a recording"},
+            {good.substr(0, good.size() - 1), "record 3: length 2 runs past the end"},
+            {second + record(9, 1, 0, 6, "y"), "record 2: unknown kind 9"},
+            {second + record(camsim::kTypeFrame, 1, 0, 4, "y"), "record 2: time goes backwards"},
+            {second + std::string(10, '\0'), "record 2: truncated header"},
+            {second + record(camsim::kTypeFrame, 1, 0, 6, "").substr(0, 20) + "\xff\xff\xff\x7f",
+             "record 2: length 2147483647 runs past the end"},
+    };
+    for (const auto& [bytes, reason] : bad) {
+        EXPECT_FALSE(Recording::decode(bytes, &records, &why)) << reason;
+        EXPECT_EQ(why.compare(0, strlen(reason), reason), 0) << why;
+    }
+}
 }  // namespace
 }  // namespace lumacast::ctl

@@ -2,7 +2,6 @@
 #include <lumacast/host/LogCapture.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -79,7 +78,8 @@ TEST_F(CedarUpgradeTest, ImagesGoInNumberedPackagesOf256Bytes) {
     });
     // One 5 s poll for readiness, 500 ms before each package answer, 5 ms before the finish
     // answer.
-    EXPECT_EQ((std::vector<uint64_t>{5000000, 500000, 500000, 500000, 5000}), pauseLengths());
+    EXPECT_EQ("wE0 p5000000 rE1/1 wE2 rE3/1 " + times(3, "wE4 p500000 rE5/5 ") + "wE6 p5000 rE7/2 ",
+              timeline());
     EXPECT_TRUE(log.contains("path : " + path +
                              ", totalsize : 600, totalpackage : 3, lastpkgsize : 88"));
     EXPECT_TRUE(log.contains("cur_send_package_index = 3"));
@@ -125,6 +125,17 @@ TEST_F(CedarUpgradeTest, EmptyOrMissingImageEndsBeforeAnyPackage) {
         EXPECT_TRUE(writes(0xE6).empty());
         EXPECT_TRUE(log.contains("fun = mcu_upgrade_iic, send_package fail", ANDROID_LOG_ERROR));
     }
+
+    // No room for the package buffer.
+    if (failNextMalloc(268)) {
+        const std::string image = writeImage(300, &bytes);
+        devsim::clearTransfers();
+        LogCapture log;
+        EXPECT_EQ(MOTOR_ERR_DEVICE, MotorCedar().motor_mcu_upgrade(image));
+        EXPECT_TRUE(log.contains("fun = send_package, send_data malloc fail", ANDROID_LOG_ERROR));
+        EXPECT_TRUE(log.contains("fun = mcu_upgrade_iic, send_package fail"));
+        EXPECT_TRUE(writes(0xE4).empty());
+    }
 }
 
 TEST_F(CedarUpgradeTest, ReadinessAndInformationAreRetriedThenGivenUp) {
@@ -136,9 +147,7 @@ TEST_F(CedarUpgradeTest, ReadinessAndInformationAreRetriedThenGivenUp) {
     devsim::withCedar(2, [](devsim::CedarMcu& m) { m.readyAfterPolls = -1; });
     LogCapture log;
     EXPECT_EQ(MOTOR_ERR_DEVICE, MotorCedar().motor_mcu_upgrade(path));
-    EXPECT_EQ((std::vector<uint64_t>(50, 5000000)), pauseLengths());
-    EXPECT_EQ(250000000u, devsim::nowUs());
-    EXPECT_TRUE(writes(0xE2).empty());
+    EXPECT_EQ("wE0 " + times(50, "p5000000 rE1/1 "), timeline());
     EXPECT_TRUE(log.contains("fun = mcu_upgrade_iic, send_upgrade_request fail"));
     EXPECT_NE(
             devsim::command("status").find("\n  cedar 2 ready-after never: 50 polls answered busy"),
@@ -152,9 +161,9 @@ TEST_F(CedarUpgradeTest, ReadinessAndInformationAreRetriedThenGivenUp) {
     devsim::clearTransfers();
     devsim::clearPauses();
     EXPECT_EQ(MOTOR_OK, MotorCedar().motor_mcu_upgrade(path));
-    const auto paused = pauseLengths();
-    EXPECT_EQ(4, std::count(paused.begin(), paused.end(), 5000000u));
-    EXPECT_EQ(50u, writes(0xE2).size());
+    EXPECT_EQ("wE0 " + times(4, "p5000000 rE1/1 ") + times(50, "wE2 rE3/1 ") +
+                      times(2, "wE4 p500000 rE5/5 ") + "wE6 p5000 rE7/2 ",
+              timeline());
 
     // Refused 50 times, it is given up without any pause.
     devsim::withCedar(2, [](devsim::CedarMcu& m) {
@@ -162,9 +171,9 @@ TEST_F(CedarUpgradeTest, ReadinessAndInformationAreRetriedThenGivenUp) {
         m.infoRejects = 50;
     });
     devsim::clearTransfers();
+    devsim::clearPauses();
     EXPECT_EQ(MOTOR_ERR_DEVICE, MotorCedar().motor_mcu_upgrade(path));
-    EXPECT_EQ(50u, writes(0xE2).size());
-    EXPECT_TRUE(writes(0xE4).empty());
+    EXPECT_EQ("wE0 p5000000 rE1/1 " + times(50, "wE2 rE3/1 "), timeline());
     EXPECT_TRUE(log.contains("fun = mcu_upgrade_iic, send_package_info fail"));
 }
 
@@ -176,11 +185,15 @@ TEST_F(CedarUpgradeTest, RefusedPackageIsGivenUpAndTheNextOneFollows) {
     // The MCU answers but never says 0x50 for package 2: that leaves the result at 0, the
     // upgrade goes on, and the finish (refused for the missing package) reports 0 as well.
     EXPECT_EQ(MOTOR_OK, MotorCedar().motor_mcu_upgrade(path));
+    // 5 ms after every refused answer, and around every refused finish.
+    EXPECT_EQ("wE0 p5000000 rE1/1 wE2 rE3/1 wE4 p500000 rE5/5 " +
+                      times(50, "wE4 p500000 rE5/5 p5000 ") + "wE4 p500000 rE5/5 " +
+                      times(50, "wE6 p5000 rE7/2 p5000 "),
+              timeline());
     const auto packages = writes(0xE4);
     ASSERT_EQ(52u, packages.size());
     for (size_t i = 1; i <= 50; ++i) EXPECT_EQ(packageFrame(image, 256, 256, 2), packages[i]);
     EXPECT_EQ(packageFrame(image, 512, 88, 3), packages[51]);
-    EXPECT_EQ(50u, writes(0xE6).size());
     devsim::withCedar(2, [](devsim::CedarMcu& m) {
         EXPECT_FALSE(m.finished);
         EXPECT_EQ(0u, m.received.count(2));
@@ -197,7 +210,7 @@ TEST_F(CedarUpgradeTest, BusFailuresDuringPackagesEndTheUpgrade) {
 
     devsim::setBusPresent(2, false);
     EXPECT_EQ(MOTOR_ERR_DEVICE, MotorCedar().motor_mcu_upgrade(path));
-    EXPECT_TRUE(pauseLengths().empty());
+    EXPECT_EQ("", timeline());
     devsim::setBusPresent(2, true);
 
     // The last package refused on the bus in all 50 attempts.
@@ -208,9 +221,10 @@ TEST_F(CedarUpgradeTest, BusFailuresDuringPackagesEndTheUpgrade) {
     devsim::addFault(refuse);
     LogCapture log;
     EXPECT_EQ(MOTOR_ERR_DEVICE, MotorCedar().motor_mcu_upgrade(path));
-    EXPECT_EQ(50u, log.count("fun = send_package, iic_write ret = -1"));
+    EXPECT_EQ("wE0 p5000000 rE1/1 wE2 rE3/1 " + times(2, "wE4 p500000 rE5/5 ") +
+                      times(50, "wE4! p5000 "),
+              timeline());
     EXPECT_TRUE(log.contains("fun = mcu_upgrade_iic, send_package fail"));
-    EXPECT_TRUE(writes(0xE6).empty());
     devsim::clearFaults();
 
     // The bus disappears while the first package waits for its answer.
@@ -219,22 +233,30 @@ TEST_F(CedarUpgradeTest, BusFailuresDuringPackagesEndTheUpgrade) {
         if (++seen == 2) devsim::setBusPresent(2, false);
     });
     devsim::clearTransfers();
+    devsim::clearPauses();
     LogCapture gone;
     EXPECT_EQ(MOTOR_ERR_DEVICE, MotorCedar().motor_mcu_upgrade(path));
     devsim::setPauseHook(nullptr);
-    EXPECT_EQ(1u, writes(0xE4).size());
-    EXPECT_TRUE(writes(0xE6).empty());
-    // Without the bus the upgrade stops at the package that met it.
+    // Without the bus the upgrade stops at the package that met it, pausing 5 ms after each
+    // failed attempt.
+    EXPECT_EQ("wE0 p5000000 rE1/1 wE2 rE3/1 wE4 p500000 " + times(50, "p5000 "), timeline());
     EXPECT_EQ(1u, gone.count("fun = send_package, iic_read ret = 4096, status = 0x0"));
     EXPECT_EQ(49u, gone.count("fun = send_package, iic_write ret = 4096"));
-    EXPECT_FALSE(gone.contains("cur_send_package_index = 2"));
 
-    // The finish refused 49 times is still accepted at the 50th attempt.
+    // The finish refused once on the bus and 48 times by the MCU is still accepted at the
+    // 50th attempt.
     devsim::setBusPresent(2, true);
-    devsim::withCedar(2, [](devsim::CedarMcu& m) { m.finishRejects = 49; });
+    devsim::withCedar(2, [](devsim::CedarMcu& m) { m.finishRejects = 48; });
+    refuse.reg = 0xE6;
+    refuse.skip = 0;
+    refuse.count = 1;
+    devsim::addFault(refuse);
     devsim::clearTransfers();
+    devsim::clearPauses();
     EXPECT_EQ(MOTOR_OK, MotorCedar().motor_mcu_upgrade(path));
-    EXPECT_EQ(50u, writes(0xE6).size());
+    EXPECT_EQ("wE0 p5000000 rE1/1 wE2 rE3/1 " + times(3, "wE4 p500000 rE5/5 ") + "wE6! p5000 " +
+                      times(48, "wE6 p5000 rE7/2 p5000 ") + "wE6 p5000 rE7/2 ",
+              timeline());
 }
 
 TEST_F(CedarUpgradeTest, DamsonUpgradesOverBusOne) {

@@ -1,16 +1,32 @@
 #include "tests/unit/motor/MotorTestEnv.h"
 
 #include <dirent.h>
+#include <errno.h>
 #include <fcntl.h>
+#include <stdio.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <zlib.h>
 
+#include <atomic>
 #include <fstream>
 #include <random>
 
 #include "tests/support/TestEnv.h"
+
+// Sanitizers bring their own allocator, which glibc's cannot stand in for.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define LUMACAST_WRAP_MALLOC 0
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || \
+        __has_feature(memory_sanitizer)
+#define LUMACAST_WRAP_MALLOC 0
+#endif
+#endif
+#ifndef LUMACAST_WRAP_MALLOC
+#define LUMACAST_WRAP_MALLOC 1
+#endif
 
 namespace lumacast::test {
 
@@ -29,7 +45,21 @@ void mountFakeSysClass() {
     mounted = true;
 }
 
+std::atomic<size_t> gFailSize{0};
+std::atomic<pid_t> gFailThread{0};
+
 }  // namespace
+
+bool failNextMalloc(size_t size) {
+#if !LUMACAST_WRAP_MALLOC
+    (void)size;
+    return false;
+#else
+    gFailThread = gettid();
+    gFailSize = size;
+    return true;
+#endif
+}
 
 int fdCount() {
     DIR* d = opendir("/proc/self/fd");
@@ -109,10 +139,52 @@ uint32_t zlibCrc(const uint8_t* p, size_t n) {
     return static_cast<uint32_t>(crc32(0, p, static_cast<uInt>(n)));
 }
 
-std::vector<uint64_t> pauseLengths() {
-    std::vector<uint64_t> out;
-    for (const devsim::Pause& p : devsim::pauses()) out.push_back(p.us);
+std::string timeline() {
+    const std::vector<devsim::Transfer> transfers = devsim::transfers();
+    const std::vector<devsim::Pause> pauses = devsim::pauses();
+    std::string out;
+    char token[32];
+    size_t p = 0;
+    for (size_t t = 0; t <= transfers.size(); ++t) {
+        // A pause moves the clock on, so a transfer at its start time came before it.
+        for (; p < pauses.size() && (t == transfers.size() || pauses[p].atUs < transfers[t].timeUs);
+             ++p) {
+            snprintf(token, sizeof(token), "p%llu ", static_cast<unsigned long long>(pauses[p].us));
+            out += token;
+        }
+        if (t == transfers.size()) break;
+        const devsim::Transfer& x = transfers[t];
+        const bool read = x.msgs.size() == 2 && x.msgs[1].read;
+        const int reg = x.msgs.empty() || x.msgs[0].data.empty() ? -1 : x.msgs[0].data[0];
+        if (read) {
+            snprintf(token, sizeof(token), "r%02X/%zu%s ", reg, x.msgs[1].data.size(),
+                     x.error != 0 ? "!" : "");
+        } else {
+            snprintf(token, sizeof(token), "w%02X%s ", reg, x.error != 0 ? "!" : "");
+        }
+        out += token;
+    }
+    return out;
+}
+
+std::string times(int n, const std::string& tokens) {
+    std::string out;
+    for (int i = 0; i < n; ++i) out += tokens;
     return out;
 }
 
 }  // namespace lumacast::test
+
+#if LUMACAST_WRAP_MALLOC
+// glibc's own allocator under the public name, so that one chosen allocation can fail.
+extern "C" void* __libc_malloc(size_t size);
+extern "C" void* malloc(size_t size) {
+    using lumacast::test::gFailSize;
+    if (size != 0 && size == gFailSize.load(std::memory_order_relaxed) &&
+        gettid() == lumacast::test::gFailThread.load() && gFailSize.exchange(0) == size) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    return __libc_malloc(size);
+}
+#endif

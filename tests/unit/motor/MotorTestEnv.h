@@ -37,7 +37,13 @@ uint32_t le32(const uint8_t* p);
 uint16_t le16(const uint8_t* p);
 // zlib's CRC-32, independent of the product's.
 uint32_t zlibCrc(const uint8_t* p, size_t n);
-// Microseconds of every recorded pause, in order.
-std::vector<uint64_t> pauseLengths();
+// Makes the next malloc of exactly `size` bytes by the calling thread fail. False where the
+// build's allocator belongs to a sanitizer, which cannot be wrapped this way.
+bool failNextMalloc(size_t size);
+// Transfers and pauses in the order they happened on the virtual clock: "w20" a write to
+// register 0x20 ("w20!" refused), "r21/9" a read of 9 bytes from 0x21, "p5000" a pause.
+std::string timeline();
+// `tokens` `n` times over, for building an expected timeline.
+std::string times(int n, const std::string& tokens);
 
 }  // namespace lumacast::test

@@ -131,3 +131,25 @@ TEST(StringTest, FormatAndAppend) {
     a.append(String16(u"cd"));
     EXPECT_EQ(String16("abcd"), a);
 }
+
+TEST(StringTest, StaticStringBehavesAsAnyOther) {
+    static const android::StaticString16 kStatic(u"a.B");
+    String16 copy(kStatic);
+    EXPECT_TRUE(copy.isStaticString());
+    EXPECT_EQ(copy.string(), kStatic.string());
+    EXPECT_EQ(copy, String16("a.B"));
+    EXPECT_EQ(3u, copy.size());
+    EXPECT_EQ(u'\0', copy.string()[3]);
+
+    // A change gives the copy characters of its own and leaves the constant ones alone.
+    ASSERT_EQ(android::OK, copy.append(String16(u"c")));
+    EXPECT_FALSE(copy.isStaticString());
+    EXPECT_EQ(String16(u"a.Bc"), copy);
+    EXPECT_EQ(String16(u"a.B"), kStatic);
+
+    String16 other;
+    other.setTo(kStatic);
+    ASSERT_EQ(android::OK, other.setTo(other.string() + 2, 1));  // from its own characters
+    EXPECT_EQ(String16(u"B"), other);
+    EXPECT_FALSE(other.isStaticString());
+}

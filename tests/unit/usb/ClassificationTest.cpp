@@ -1,14 +1,20 @@
+#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <string.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <functional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "tests/support/FakeDevice.h"
 #include "tests/support/WatcherSession.h"
+#include "tools/devsim/DevSim.h"
 
 using android::lumacast::USBEventInterrupt;
 using lumacast::test::FakeDevice;
@@ -145,12 +151,52 @@ TEST(DeviceIdTest, FirstMatchingEntryAndItsNumber) {
         ASSERT_EQ(0, symlink("/dev/null", "/dev/types/video2"));
         ASSERT_EQ(0, mkfifo("/dev/types/video3", 0600));
         EXPECT_EQ(-2, watcher.getDeviceIdNum("/dev/types/", "video"));
-        ASSERT_TRUE(writeFile("/dev/types/video4", ""));
+        // A user namespace may make 0:0 character nodes.
+        ASSERT_EQ(0, mknod("/dev/types/video4", S_IFCHR | 0600, makedev(0, 0)));
         EXPECT_EQ(4, watcher.getDeviceIdNum("/dev/types/", "video"));
+        // The first matching entry in directory order wins, whatever follows it.
+        ASSERT_EQ(0, mkdir("/dev/order", 0755));
+        ASSERT_EQ(0, mkdir("/dev/order/video7", 0755));
+        for (const char* name : {"video5", "vid8", "video9", "video1", "video3"}) {
+            ASSERT_TRUE(writeFile(std::string("/dev/order/") + name, ""));
+        }
+        int first = -1;
+        DIR* order = opendir("/dev/order");
+        ASSERT_NE(nullptr, order);
+        while (struct dirent* e = readdir(order)) {
+            if (first < 0 && e->d_type == DT_REG && strncmp(e->d_name, "video", 5) == 0) {
+                first = e->d_name[5] - '0';
+            }
+        }
+        closedir(order);
+        EXPECT_EQ(first, watcher.getDeviceIdNum("/dev/order/", "video"));
         // The longest name a directory can hold.
         ASSERT_EQ(0, mkdir("/dev/long", 0755));
         ASSERT_TRUE(writeFile("/dev/long/video" + std::string(250, '9'), ""));
         EXPECT_EQ(-2, watcher.getDeviceIdNum("/dev/long/", "video"));
+    });
+}
+
+// A pass gives the kernel 200 ms to finish announcing a function before it scans.
+TEST(DeviceIdTest, PassPausesBeforeItsScans) {
+    withIdleWatcher([](USBEventInterrupt& watcher, WatcherSession& session) {
+        // The simulator records the pauses of a thread that has used one of its devices.
+        close(open("/dev/venus_gpio", O_RDWR | O_CLOEXEC));
+        lumacast::devsim::VirtualTime vt;
+        const auto progress = [&] {
+            return std::make_pair(session.log.count(lumacast::test::kPassStart),
+                                  session.log.countContaining("getDeviceIdNum devicePath"));
+        };
+        const auto before = progress();
+        std::vector<std::pair<size_t, size_t>> atPause;
+        lumacast::devsim::setPauseHook([&](uint64_t) { atPause.push_back(progress()); });
+        watcher.checkConnectedDevice();
+        lumacast::devsim::setPauseHook(nullptr);
+        ASSERT_EQ(1u, lumacast::devsim::pauses().size());
+        EXPECT_EQ(200000u, lumacast::devsim::pauses()[0].us);
+        EXPECT_EQ((std::vector<std::pair<size_t, size_t>>{{before.first + 1, before.second}}),
+                  atPause);
+        EXPECT_EQ(before.second + 2, progress().second);
     });
 }
 
@@ -222,7 +268,10 @@ TEST(RemovalTest, WhichHeadersReportARemoval) {
     const Case cases[] = {
             {"remove@/devices/x/video4linux/video0", true},
             {"remove@/devices/x/video4linux/video12", true},  // one digit read: video1
-            {"remove@/devices/x/video4linux/videoZ", false},
+            // The character's distance from '0' is the number: '>' is 14, '?' 15.
+            {"remove@/devices/x/video4linux/video>", true},
+            {"remove@/devices/x/video4linux/video?", false},
+            {"remove@/devices/x/video4linux/video/", false},
             {"remove@/devices/x/video4linux/video", false},
             {"remove@/devices/virtual/net/usb0", false},
             {"remove@/devices/x/1-1:1.2", false},
