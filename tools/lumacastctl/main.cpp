@@ -311,7 +311,6 @@ int runListen(const std::vector<std::string>& words, double waitSeconds) {
     const sp<ServiceDeath> death = new ServiceDeath();
     binder->linkToDeath(death);
     const sp<Listener> listener = new Listener(options, stdout, wakeMain);
-    std::string why;
     if (!options.recordPath.empty() && !listener->openRecording(&why)) {
         fprintf(stderr, "lumacastctl: cannot record into %s\n", why.c_str());
         return kExitNotAsAsked;
