@@ -62,6 +62,10 @@ TEST_F(LinkTest, InitWithoutCameraFailsCleanly) {
             log.contains("SocketClient::init connect retSocket:-1 failed!(Connection refused,111)",
                          ANDROID_LOG_ERROR));
     EXPECT_EQ(DISCONNECT, link->connectState.load());
+    // Nothing to shut down: only a log line.
+    link->uninit();
+    EXPECT_TRUE(log.contains("SocketClient::uninit connectState:0 ", ANDROID_LOG_DEBUG));
+    EXPECT_FALSE(log.contains("uninit finish"));
     ASSERT_TRUE(camera->setRefusing(false));
     EXPECT_TRUE(link->init());
     EXPECT_EQ(CONNECTED, link->connectState.load());
@@ -131,7 +135,10 @@ TEST_F(LinkTest, GivesUpAfterElevenFailedReconnectsThenInitStartsAfresh) {
     connect();
     ASSERT_TRUE(camera->setRefusing(true));
     camera->dropConnection();
+    ASSERT_TRUE(log.waitFor(reconnectLine(0), 20s));
+    const auto firstFailure = std::chrono::steady_clock::now();
     ASSERT_TRUE(log.waitFor(reconnectLine(10), 20s));
+    EXPECT_GE(std::chrono::steady_clock::now() - firstFailure, 950ms) << "100 ms after each";
     for (int i = 0; i <= 10; ++i) EXPECT_EQ(1u, log.count(reconnectLine(i))) << i;
     EXPECT_EQ(11u, log.count("SocketClient::reconnect start"));
     EXPECT_EQ(DISCONNECT, link->connectState.load());
@@ -178,13 +185,14 @@ TEST_F(LinkTest, ReconnectCountSpansTheWholeRun) {
     EXPECT_EQ(1u, log.count("SocketClient::reconnect success"));
 }
 
+// Removed while the first of two blocks is handed on: the second is not read.
 TEST_F(LinkTest, CameraRemovedWhileConnectedWaitsForItsReturn) {
+    client.setFrameHook([&] { link->cameraExit = false; });
     connect();
-    link->cameraExit = false;
-    // The loop notices at the start of its next pass; this makes it run one (unless it
-    // has just begun one and found the camera gone already).
-    camera->send(resultMessage("last"));
+    camera->send(dataMessage(3, {"first", "second"}));
     ASSERT_TRUE(log.waitFor("SocketClient camera do not exit, wait", 10s));
+    ASSERT_EQ(1u, client.count());
+    EXPECT_EQ("first", client.deliveries()[0].bytes);
     ASSERT_TRUE(camera->waitForDisconnect(10s));
     EXPECT_EQ(DISCONNECT, link->connectState.load());
     std::string frame = bytesOf({0xFF, 0x00, 0xAB, 0xBC, 0, 0, 0, 2}) + "{}";

@@ -1,5 +1,7 @@
 // Bytes on the wire in both directions, and how the link cuts the camera's stream.
 #include <string.h>
+#include <sys/prctl.h>
+#include <unistd.h>
 
 #include <random>
 #include <thread>
@@ -7,12 +9,36 @@
 #include "tests/unit/socket/LinkTestSupport.h"
 
 using android::lumacast::CONNECTED;
+using android::lumacast::SocketClient;
 using lumacast::camsim::Block;
 using lumacast::camsim::Command;
 using lumacast::camsim::dataMessage;
 using lumacast::camsim::encodeMessage;
 using lumacast::camsim::Message;
 using lumacast::camsim::resultMessage;
+
+namespace lumacast::test {
+namespace {
+
+// The largest count the read thread has asked one read() for (the binary is linked
+// with --wrap=read).
+std::atomic<size_t> gLargestLinkRead{0};
+
+}  // namespace
+}  // namespace lumacast::test
+
+extern "C" ssize_t __real_read(int fd, void* buf, size_t count);
+extern "C" ssize_t __wrap_read(int fd, void* buf, size_t count) {
+    char thread[16] = {};
+    prctl(PR_GET_NAME, thread, 0, 0, 0);
+    if (strcmp(thread, "socketRead") == 0) {
+        auto& largest = lumacast::test::gLargestLinkRead;
+        size_t seen = largest.load();
+        while (count > seen && !largest.compare_exchange_weak(seen, count)) {
+        }
+    }
+    return __real_read(fd, buf, count);
+}
 
 namespace lumacast::test {
 namespace {
@@ -62,6 +88,14 @@ TEST_F(LinkTest, UnfitFramesAreRefusedAndNothingIsWritten) {
     std::string huge(201, '\xFF');
     link->process(1, reinterpret_cast<unsigned char*>(&huge[0]), static_cast<int>(huge.size()));
     EXPECT_TRUE(log.contains("SocketClient::process len:201 > 200 err", ANDROID_LOG_ERROR));
+    // Work routed under a name that is neither thread's, or without an item or a name.
+    SocketClient::Client router(link.get());
+    EXPECT_EQ(-2, router.selfProcess(&frame, const_cast<char*>("socketOther")));
+    EXPECT_EQ(-1, router.selfProcess(nullptr, const_cast<char*>("socketWrite")));
+    EXPECT_EQ(-1, router.selfProcess(&frame, nullptr));
+    EXPECT_EQ(2u, log.count("SocketClient::Client::selfProcess nullptr == data1 || nullptr == "
+                            "data2 err",
+                            ANDROID_LOG_ERROR));
 
     // The link still works, and none of the refused frames reached the camera.
     link->process(1, reinterpret_cast<unsigned char*>(&frame[0]), static_cast<int>(frame.size()));
@@ -249,6 +283,7 @@ TEST_F(LinkTest, BlocksSurviveAwkwardSegmentBoundaries) {
     ASSERT_TRUE(client.waitForCount(2));
     ASSERT_TRUE(camera->send(m.text));
     ASSERT_TRUE(client.waitForCount(3));
+    EXPECT_EQ(1024u, gLargestLinkRead.load()) << "payloads are read 1024 bytes at a time";
     const auto all = client.deliveries();
     EXPECT_EQ(11, all[0].blockParam);
     EXPECT_TRUE(all[0].bytes == big) << "payload corrupted";
