@@ -1,6 +1,9 @@
 // The link's connection: connecting, drops, reconnect counting, camera removal and
 // return, shutdown in every state of the read loop, and concurrency.
+#include <arpa/inet.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <future>
 #include <random>
@@ -296,6 +299,41 @@ TEST_F(LinkTest, DestructionBetweenReconnectsEndsTheLoop) {
     ASSERT_TRUE(log.waitFor(reconnectLine(1), 20s));
     EXPECT_TRUE(finishesWithin(20s, [&] { link.reset(); }));
     EXPECT_FALSE(log.contains(reconnectLine(10)));
+}
+
+// A reconnect that completes once shutdown has begun is refused, so the loop ends
+// rather than reading the new connection until the shutdown gives up on it.
+TEST_F(LinkTest, ReconnectCompletingDuringShutdownIsRefused) {
+    camera.reset();
+    // With a full accept queue the camera's address drops the link's SYN, which keeps its
+    // reconnect in connect() until the SYN is sent again a second later.
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_port = htons(10001);
+    inet_pton(AF_INET, "192.168.111.10", &addr.sin_addr);
+    auto* sa = reinterpret_cast<sockaddr*>(&addr);
+    const int listener = socket(AF_INET, SOCK_STREAM, 0);
+    const int one = 1;
+    setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &one, sizeof(one));
+    ASSERT_EQ(0, bind(listener, sa, sizeof(addr)));
+    ASSERT_EQ(0, listen(listener, 0));
+    link = std::make_unique<SocketClient>(&client);
+    link->cameraExit = true;
+    ASSERT_TRUE(link->init());
+    const int served = accept(listener, nullptr, nullptr);
+    const int filler = socket(AF_INET, SOCK_STREAM, 0);
+    ASSERT_EQ(0, ::connect(filler, sa, sizeof(addr)));
+    close(served);
+    ASSERT_TRUE(log.waitFor("SocketClient::reconnect connect ", 10s));
+    std::this_thread::sleep_for(100ms);
+    auto shutdown = std::async(std::launch::async, [&] { link->uninit(); });
+    std::this_thread::sleep_for(200ms);
+    const int queued = accept(listener, nullptr, nullptr);  // makes room for the link
+    EXPECT_EQ(std::future_status::ready, shutdown.wait_for(4s));
+    EXPECT_TRUE(log.contains("SocketClient connection refused: shutting down", ANDROID_LOG_ERROR));
+    shutdown.wait();
+    EXPECT_EQ(DISCONNECT, link->connectState.load());
+    for (int fd : {queued, filler, listener}) close(fd);
 }
 
 // Binder threads may all find the link down and call init at once: one connection, no
