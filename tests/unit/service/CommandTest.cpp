@@ -254,58 +254,27 @@ TEST_F(CommandTest, SecondCallOfAWaitingKindIsRefusedAtOnce) {
 
 // One answer completes every waiting call that shares its id, each judging it.
 TEST_F(CommandTest, OneAnswerCompletesBothCallsOfItsId) {
+    bool b1 = false;
+    bool b2 = false;
+    int32_t i = 0;
+    std::string s;
     struct Pair {
         int id;
-        std::function<bool()> first;  // true when the call succeeded
-        std::function<bool()> second;
+        std::function<void()> first, second;
+        std::function<bool()> succeeded;
     };
     const std::vector<Pair> pairs = {
-            {1,
-             [&] {
-                 bool b = false;
-                 service->setAiSubscribe(1, "0", &b);
-                 return b;
-             },
-             [&] {
-                 bool b = false;
-                 service->setAiSubscribeType(1, &b);
-                 return b;
-             }},
-            {2,
-             [&] {
-                 std::string s;
-                 service->getAiSubscribe(&s);
-                 return s == answer(2, 1, 0);
-             },
-             [&] {
-                 int32_t i = 0;
-                 service->getAiSubscribeStatus(&i);
-                 return i == 1;
-             }},
-            {14,
-             [&] {
-                 bool b = false;
-                 service->setZoomMode(1, 1, &b);
-                 return b;
-             },
-             [&] {
-                 bool b = false;
-                 service->setZoomSwitch(true, &b);
-                 return b;
-             }},
-            {15,
-             [&] {
-                 std::string s;
-                 service->getZoomMode(&s);
-                 return s == answer(15, 1, 0);
-             },
-             [&] {
-                 bool b = false;
-                 service->getZoomSwitch(&b);
-                 return b;
-             }},
+            {1, [&] { service->setAiSubscribe(1, "0", &b1); },
+             [&] { service->setAiSubscribeType(1, &b2); }, [&] { return b1 && b2; }},
+            {2, [&] { service->getAiSubscribe(&s); }, [&] { service->getAiSubscribeStatus(&i); },
+             [&] { return s == answer(2, 1, 0) && i == 1; }},
+            {14, [&] { service->setZoomMode(1, 1, &b1); },
+             [&] { service->setZoomSwitch(true, &b2); }, [&] { return b1 && b2; }},
+            {15, [&] { service->getZoomMode(&s); }, [&] { service->getZoomSwitch(&b2); },
+             [&] { return s == answer(15, 1, 0) && b2; }},
     };
     for (const Pair& pair : pairs) {
+        b1 = b2 = false;
         camera->setRule(pair.id, silent());
         const size_t sent = camera->commandCount();
         auto a = std::async(std::launch::async, pair.first);
@@ -314,8 +283,7 @@ TEST_F(CommandTest, OneAnswerCompletesBothCallsOfItsId) {
         ASSERT_TRUE(camera->send(resultMessage(answer(pair.id, 1, 0))));
         ASSERT_EQ(std::future_status::ready, a.wait_for(2s)) << pair.id;
         ASSERT_EQ(std::future_status::ready, b.wait_for(2s)) << pair.id;
-        EXPECT_TRUE(a.get()) << pair.id;
-        EXPECT_TRUE(b.get()) << pair.id;
+        EXPECT_TRUE(pair.succeeded()) << pair.id;
         camera->clearRules();  // the link's own shutdown command carries id 1
     }
     EXPECT_EQ(4u, log.count("LumacastService::processResult  signal"));
