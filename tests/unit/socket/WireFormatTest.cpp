@@ -136,23 +136,8 @@ TEST_F(LinkTest, ConcurrentSendersAreServedOneAtATime) {
     EXPECT_EQ(total, camera->receivedBytes().size()) << "bytes outside any frame";
 }
 
-// A data message carries no text, whatever its length field says: the bytes after its
-// header are the start of the next header.
-TEST_F(LinkTest, DataMessageTextIsReadAsTheNextHeader) {
-    connect();
-    const std::string next = resultMessage("xyz");  // 24-byte header, then "xyz"
-    Message data;
-    data.kind = 0xA1;
-    data.text = next.substr(0, 5);  // written after the header, J = 5
-    ASSERT_TRUE(camera->send(encodeMessage(data) + next.substr(5)));
-    ASSERT_TRUE(client.waitForCount(1));
-    const auto all = client.deliveries();
-    ASSERT_EQ(1u, all.size());
-    EXPECT_EQ(Delivery::kResult, all[0].kind);
-    EXPECT_EQ("xyz", all[0].bytes);
-}
-
-TEST_F(LinkTest, AiJsonBlockOfTheWireExample) {
+// The wire example of an AI JSON block, then frame blocks with their count and parameters.
+TEST_F(LinkTest, BlocksAreHandedOnWithTheirFields) {
     connect();
     const std::string json = "{\"a\":1}";
     std::string bytes =
@@ -160,34 +145,27 @@ TEST_F(LinkTest, AiJsonBlockOfTheWireExample) {
                      0,    0,    0,    0,    0,    1,    0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7});
     bytes += json;
     ASSERT_EQ(43u, bytes.size());
-    ASSERT_TRUE(camera->send(bytes));
-    ASSERT_TRUE(client.waitForCount(1));
-    const Delivery d = client.deliveries()[0];
-    EXPECT_EQ(Delivery::kAiJson, d.kind);
-    EXPECT_EQ(7, d.len);
-    EXPECT_EQ(json, d.bytes);
-    EXPECT_TRUE(d.zeroAfter);
-}
-
-TEST_F(LinkTest, FrameBlocksCarryTheirCountAndParameters) {
-    connect();
     Message m;
     m.kind = 0xA1;
     m.dataType = 3;
     m.blocks.push_back({7, std::string(100, 'a'), std::nullopt});
     m.blocks.push_back({9, std::string(3000, 'b'), std::nullopt});
-    ASSERT_TRUE(camera->sendMessage(m));
-    ASSERT_TRUE(client.waitForCount(2));
+    ASSERT_TRUE(camera->send(bytes + encodeMessage(m)));
+    ASSERT_TRUE(client.waitForCount(3));
     const auto all = client.deliveries();
-    ASSERT_EQ(2u, all.size());
-    EXPECT_EQ(Delivery::kFrame, all[0].kind);
-    EXPECT_EQ(2, all[0].blockCount);
-    EXPECT_EQ(7, all[0].blockParam);
-    EXPECT_EQ(std::string(100, 'a'), all[0].bytes);
+    ASSERT_EQ(3u, all.size());
+    EXPECT_EQ(Delivery::kAiJson, all[0].kind);
+    EXPECT_EQ(7, all[0].len);
+    EXPECT_EQ(json, all[0].bytes);
+    EXPECT_TRUE(all[0].zeroAfter);
+    EXPECT_EQ(Delivery::kFrame, all[1].kind);
     EXPECT_EQ(2, all[1].blockCount);
-    EXPECT_EQ(9, all[1].blockParam);
-    EXPECT_EQ(std::string(3000, 'b'), all[1].bytes);
-    EXPECT_TRUE(all[1].zeroAfter);
+    EXPECT_EQ(7, all[1].blockParam);
+    EXPECT_EQ(std::string(100, 'a'), all[1].bytes);
+    EXPECT_EQ(2, all[2].blockCount);
+    EXPECT_EQ(9, all[2].blockParam);
+    EXPECT_EQ(std::string(3000, 'b'), all[2].bytes);
+    EXPECT_TRUE(all[2].zeroAfter);
 }
 
 // Blocks that consume nothing or are not for the service leave the stream aligned.
@@ -211,6 +189,8 @@ TEST_F(LinkTest, EmptyNegativeAndForeignBlocksAreSkippedInStep) {
     EXPECT_EQ("{\"r\":1}", all[1].bytes);
 }
 
+// Foreign headers are dropped silently. A data message carries no text, whatever its
+// length field says: the bytes after its header are the start of the next header.
 TEST_F(LinkTest, ForeignHeaderIsDroppedSilently) {
     connect();
     Message foreign;
@@ -218,10 +198,15 @@ TEST_F(LinkTest, ForeignHeaderIsDroppedSilently) {
     Message badMagic;
     badMagic.kind = 0xA2;
     badMagic.magic[2] = 0x02;
+    const std::string next = resultMessage("ok");  // 24-byte header, then "ok"
+    Message data;
+    data.kind = 0xA1;
+    data.text = next.substr(0, 5);  // written after the header, J = 5
     const size_t before = log.entries().size();
-    ASSERT_TRUE(
-            camera->send(encodeMessage(foreign) + encodeMessage(badMagic) + resultMessage("ok")));
+    ASSERT_TRUE(camera->send(encodeMessage(foreign) + encodeMessage(badMagic) +
+                             encodeMessage(data) + next.substr(5)));
     ASSERT_TRUE(client.waitForCount(1));
+    EXPECT_EQ(Delivery::kResult, client.deliveries()[0].kind);
     EXPECT_EQ("ok", client.deliveries()[0].bytes);
     EXPECT_EQ(1u, client.count());
     for (size_t i = before; i < log.entries().size(); ++i) {
