@@ -125,6 +125,9 @@ TEST_F(CommandTest, ResultRulesJudgeTheCamerasAnswer) {
     camera->setRule(13, rule(1, 0));
     service->getAutoFraming(&b);
     EXPECT_TRUE(b);
+    camera->setRule(13, rule(2, 0));
+    service->getAutoFraming(&b);
+    EXPECT_FALSE(b);
 
     // Queries return the camera's param; values are read without their sign.
     camera->setRule(16, rule(-5, 0));
@@ -136,6 +139,32 @@ TEST_F(CommandTest, ResultRulesJudgeTheCamerasAnswer) {
     camera->setRule(2, rule(3, 0));
     service->getAiSubscribeStatus(&i);
     EXPECT_EQ(3, i);
+    camera->setRule(2, rule(3, 1));
+    service->getAiSubscribeStatus(&i);
+    EXPECT_EQ(0, i);
+    // A non-zero rval fails every setter.
+    camera->setRule(5, rule(1, 1));
+    b = true;
+    service->setAiProperty("p", &b);
+    EXPECT_FALSE(b);
+    camera->setRule(4, rule(1, 1));
+    b = true;
+    service->sendDoa("1", &b);
+    EXPECT_FALSE(b);
+    camera->setRule(14, rule(1, 1));
+    b = true;
+    service->setZoomMode(1, 1, &b);
+    EXPECT_FALSE(b);
+    // Text queries hand on the answer whatever its rval, and see no mismatch in it.
+    std::string s;
+    for (int id : {2, 6, 15}) camera->setRule(id, rule(0, 7));
+    service->getAiSubscribe(&s);
+    EXPECT_EQ(answer(2, 0, 7), s);
+    service->getAiProperty("p", &s);
+    EXPECT_EQ(answer(6, 0, 7), s);
+    service->getZoomMode(&s);
+    EXPECT_EQ(answer(15, 0, 7), s);
+    EXPECT_EQ(0u, log.countContaining("mRetVal:7"));
     camera->setRule(1, rule(0, -5));
     service->setAiSubscribeType(2, &b);
     EXPECT_FALSE(b);
@@ -153,21 +182,28 @@ TEST_F(CommandTest, ResultRulesJudgeTheCamerasAnswer) {
             "LumacastService::mSignalSetAiSubscribe retWait:0, mCmd:1, mParam:0, mRetVal:6"));
 }
 
-// Only the answer's id decides whom it wakes; other ids and heartbeats wake nobody.
+// Only the answer's id decides whom it wakes; other ids and heartbeats wake nobody, and
+// each call waits 3000 ms.
 TEST_F(CommandTest, SilentCameraTimesEachCallOut) {
     camera->setRule(15, silent());
     camera->setRule(16, silent());
     bool on = true;
     int32_t list = -1;
     std::string mode = "unset";
+    const auto start = std::chrono::steady_clock::now();
     auto a = std::async(std::launch::async, [&] { service->getZoomSwitch(&on); });
     auto b = std::async(std::launch::async, [&] { service->getAiAlgoList(&list); });
     auto c = std::async(std::launch::async, [&] { service->getZoomMode(&mode); });
     ASSERT_TRUE(camera->waitForCommands(3, 10s));
-    ASSERT_TRUE(camera->send(resultMessage(answer(7, 1, 0)) + resultMessage(answer(254, 1, 0))));
+    std::string others;
+    for (int id : {1, 2, 3, 4, 5, 6, 7, 12, 13, 14, 254}) others += resultMessage(answer(id, 1, 0));
+    ASSERT_TRUE(camera->send(others));
     a.get();
     b.get();
     c.get();
+    const auto waited = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(waited, 2900ms);
+    EXPECT_LT(waited, 5000ms);
     EXPECT_FALSE(on);
     EXPECT_EQ(0, list);
     EXPECT_EQ("", mode);
@@ -188,42 +224,75 @@ TEST_F(CommandTest, SilentCameraTimesEachCallOut) {
 
 TEST_F(CommandTest, SecondCallOfAWaitingKindIsRefusedAtOnce) {
     camera->setRule(14, silent());
+    camera->setRule(15, silent());
     bool first = true;
+    std::string firstText;
     auto waiting = std::async(std::launch::async, [&] { service->setZoomMode(1, 1, &first); });
-    ASSERT_TRUE(camera->waitForCommands(1, 10s));
-    bool second = true;  // a busy refusal leaves it as it was
+    auto query = std::async(std::launch::async, [&] { service->getZoomMode(&firstText); });
+    ASSERT_TRUE(camera->waitForCommands(2, 10s));
+    // A busy refusal leaves the out-parameter as it was.
+    bool second = true;
     service->setZoomMode(2, 2, &second);
     EXPECT_TRUE(second);
+    std::string secondText = "untouched";
+    service->getZoomMode(&secondText);
+    EXPECT_EQ("untouched", secondText);
     EXPECT_TRUE(log.contains(
             "LumacastService::setZoomMode nullptr != mSignalSetZoomMode(last processing)",
             ANDROID_LOG_ERROR));
-    EXPECT_EQ(1u, camera->commandCount()) << "a refused call sends nothing";
+    EXPECT_TRUE(log.contains(
+            "LumacastService::getZoomMode nullptr != mSignalGetZoomMode(last processing)",
+            ANDROID_LOG_ERROR));
+    EXPECT_EQ(2u, camera->commandCount()) << "a refused call sends nothing";
     // Another kind is independent and goes through.
     bool other = false;
     service->setAutoFraming(1, &other);
     EXPECT_TRUE(other);
-    ASSERT_TRUE(camera->send(resultMessage(answer(14, 1, 0))));
+    ASSERT_TRUE(camera->send(resultMessage(answer(14, 1, 0)) + resultMessage(answer(15, 1, 0))));
     waiting.get();
+    query.get();
     EXPECT_TRUE(first);
-    EXPECT_NE(dump().find("  commands: sent 2, answered 2, timed out 0, refused as busy 1\n"),
+    EXPECT_EQ(answer(15, 1, 0), firstText);
+    EXPECT_NE(dump().find("  commands: sent 3, answered 3, timed out 0, refused as busy 2\n"),
               std::string::npos)
             << dump();
 }
 
 // One answer completes every waiting call that shares its id, each judging it.
 TEST_F(CommandTest, OneAnswerCompletesBothCallsOfItsId) {
-    camera->setRule(14, silent());
-    bool mode = false;
-    bool zoom = false;
-    auto a = std::async(std::launch::async, [&] { service->setZoomMode(1, 1, &mode); });
-    auto b = std::async(std::launch::async, [&] { service->setZoomSwitch(true, &zoom); });
-    ASSERT_TRUE(camera->waitForCommands(2, 10s));
-    ASSERT_TRUE(camera->send(resultMessage(answer(14, 1, 0))));
-    ASSERT_EQ(std::future_status::ready, a.wait_for(10s));
-    ASSERT_EQ(std::future_status::ready, b.wait_for(10s));
-    EXPECT_TRUE(mode);
-    EXPECT_TRUE(zoom);
-    EXPECT_EQ(1u, log.count("LumacastService::processResult  signal"));
+    bool b1 = false;
+    bool b2 = false;
+    int32_t i = 0;
+    std::string s;
+    struct Pair {
+        int id;
+        std::function<void()> first, second;
+        std::function<bool()> succeeded;
+    };
+    const std::vector<Pair> pairs = {
+            {1, [&] { service->setAiSubscribe(1, "0", &b1); },
+             [&] { service->setAiSubscribeType(1, &b2); }, [&] { return b1 && b2; }},
+            {2, [&] { service->getAiSubscribe(&s); }, [&] { service->getAiSubscribeStatus(&i); },
+             [&] { return s == answer(2, 1, 0) && i == 1; }},
+            {14, [&] { service->setZoomMode(1, 1, &b1); },
+             [&] { service->setZoomSwitch(true, &b2); }, [&] { return b1 && b2; }},
+            {15, [&] { service->getZoomMode(&s); }, [&] { service->getZoomSwitch(&b2); },
+             [&] { return s == answer(15, 1, 0) && b2; }},
+    };
+    for (const Pair& pair : pairs) {
+        b1 = b2 = false;
+        camera->setRule(pair.id, silent());
+        const size_t sent = camera->commandCount();
+        auto a = std::async(std::launch::async, pair.first);
+        auto b = std::async(std::launch::async, pair.second);
+        ASSERT_TRUE(camera->waitForCommands(sent + 2, 10s));
+        ASSERT_TRUE(camera->send(resultMessage(answer(pair.id, 1, 0))));
+        ASSERT_EQ(std::future_status::ready, a.wait_for(2s)) << pair.id;
+        ASSERT_EQ(std::future_status::ready, b.wait_for(2s)) << pair.id;
+        EXPECT_TRUE(pair.succeeded()) << pair.id;
+        camera->clearRules();  // the link's own shutdown command carries id 1
+    }
+    EXPECT_EQ(4u, log.count("LumacastService::processResult  signal"));
 }
 
 TEST_F(CommandTest, TextQueriesReturnTheWholeAnswerSafely) {

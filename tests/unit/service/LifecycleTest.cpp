@@ -1,12 +1,15 @@
 // The service object: construction, camera add and remove, readiness, heartbeat,
 // teardown.
 #include <arpa/inet.h>
+#include <dirent.h>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <future>
+#include <map>
 
 #include "tests/unit/service/ServiceTestSupport.h"
 
@@ -14,6 +17,20 @@ using lumacast::camsim::StreamPlan;
 
 namespace lumacast::test {
 namespace {
+
+// Thread id by thread name, for this process (ids grow in the order threads are made).
+std::map<std::string, int> threadIds() {
+    std::map<std::string, int> ids;
+    DIR* tasks = opendir("/proc/self/task");
+    while (dirent* e = tasks ? readdir(tasks) : nullptr) {
+        if (e->d_name[0] == '.') continue;
+        std::ifstream comm(std::string("/proc/self/task/") + e->d_name + "/comm");
+        std::string name;
+        if (std::getline(comm, name)) ids[name] = atoi(e->d_name);
+    }
+    if (tasks) closedir(tasks);
+    return ids;
+}
 
 TEST_F(ServiceTest, ConstructionResetsTheSubscribeStatus) {
     service.clear();
@@ -24,6 +41,23 @@ TEST_F(ServiceTest, ConstructionResetsTheSubscribeStatus) {
     const long start = log.indexOf("LumacastService START");
     ASSERT_GE(start, 0);
     EXPECT_GT(log.indexOf("Lumacast now setting to false", static_cast<size_t>(start)), start);
+
+    // The link exists before the watcher, which may report a camera at once; the timer
+    // comes last.
+    std::map<std::string, int> ids;
+    for (int i = 0; i < 1000; ++i) {
+        ids = threadIds();
+        if (ids.count("socketRead") && ids.count("socketWrite") && ids.count("ThreadUEvent") &&
+            ids.count("SocketTimer")) {
+            break;
+        }
+        std::this_thread::sleep_for(5ms);
+    }
+    ASSERT_EQ(4u, ids.count("socketRead") + ids.count("socketWrite") + ids.count("ThreadUEvent") +
+                          ids.count("SocketTimer"));
+    EXPECT_LT(ids["socketRead"], ids["socketWrite"]);
+    EXPECT_LT(ids["socketWrite"], ids["ThreadUEvent"]);
+    EXPECT_LT(ids["ThreadUEvent"], ids["SocketTimer"]);
 }
 
 TEST_F(ServiceTest, CameraAddAndRemoveActOnlyOnAChange) {

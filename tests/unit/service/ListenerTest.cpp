@@ -2,6 +2,7 @@
 #include <atomic>
 #include <future>
 
+#include "aidl/BpLumacastCallback.h"
 #include "tests/unit/service/ServiceTestSupport.h"
 
 using lumacast::camsim::dataMessage;
@@ -101,6 +102,16 @@ TEST_F(ServiceTest, SubscribeStatusTracksTheList) {
     EXPECT_EQ("false", property("kora.camera.subscribe_status"));
     EXPECT_EQ(2u, log.count("LumacastService::removeListener erase"));
     EXPECT_TRUE(log.contains("LumacastService::removeListener size = 0 "));
+
+    // A listener is its binder: two proxies of one object are one listener.
+    const sp<android::IBinder> object = android::IInterface::asBinder(a);
+    sp<kora::lumacast::ILumacastCallback> proxy1 = new kora::lumacast::BpLumacastCallback(object);
+    sp<kora::lumacast::ILumacastCallback> proxy2 = new kora::lumacast::BpLumacastCallback(object);
+    service->setCallback(proxy1, &ok);
+    service->setCallback(proxy2, &ok);
+    EXPECT_EQ(1, adapter->getCallbackSize());
+    service->removeCallback(proxy1, &ok);
+    EXPECT_EQ(0, adapter->getCallbackSize());
 }
 
 // A listener whose calls fail (its process died) stays registered and does not keep the

@@ -57,73 +57,34 @@ TEST_F(ServiceTest, EverythingAtOnce) {
     proto.messagesPerSecond = 200;
     camera->startStream(proto);
 
-    std::atomic<bool> stop{false};
-    std::vector<std::function<void()>> commands = {
-            [&] {
-                bool b;
-                service->setZoomSwitch(true, &b);
-            },
-            [&] {
-                bool b;
-                service->getZoomSwitch(&b);
-            },
-            [&] {
-                int32_t i;
-                service->getAiAlgoList(&i);
-            },
-            [&] {
-                bool b;
-                service->setAiSubscribeType(1, &b);
-            },
-            [&] {
-                int32_t i;
-                service->getAiSubscribeStatus(&i);
-            },
-            [&] {
-                bool b;
-                service->setAiProperty("p", &b);
-            },
-            [&] {
-                std::string s;
-                service->getAiProperty("p", &s);
-            },
-            [&] {
-                bool b;
-                service->setAiSubscribe(1, "0", &b);
-            },
-            [&] {
-                std::string s;
-                service->getAiSubscribe(&s);
-            },
-            [&] {
-                bool b;
-                service->grabFrame(1, "r", &b);
-            },
-            [&] {
-                bool b;
-                service->sendDoa("1", &b);
-            },
-            [&] {
-                bool b;
-                service->setAutoFraming(1, &b);
-            },
-            [&] {
-                bool b;
-                service->getAutoFraming(&b);
-            },
-            [&] {
-                bool b;
-                service->setZoomMode(1, 1, &b);
-            },
-            [&] {
-                std::string s;
-                service->getZoomMode(&s);
-            },
+    struct Outs {
+        bool b;
+        int32_t i;
+        std::string s;
     };
+    const std::vector<std::function<void(Outs&)>> commands = {
+            [&](Outs& o) { service->setZoomSwitch(true, &o.b); },
+            [&](Outs& o) { service->getZoomSwitch(&o.b); },
+            [&](Outs& o) { service->getAiAlgoList(&o.i); },
+            [&](Outs& o) { service->setAiSubscribeType(1, &o.b); },
+            [&](Outs& o) { service->getAiSubscribeStatus(&o.i); },
+            [&](Outs& o) { service->setAiProperty("p", &o.b); },
+            [&](Outs& o) { service->getAiProperty("p", &o.s); },
+            [&](Outs& o) { service->setAiSubscribe(1, "0", &o.b); },
+            [&](Outs& o) { service->getAiSubscribe(&o.s); },
+            [&](Outs& o) { service->grabFrame(1, "r", &o.b); },
+            [&](Outs& o) { service->sendDoa("1", &o.b); },
+            [&](Outs& o) { service->setAutoFraming(1, &o.b); },
+            [&](Outs& o) { service->getAutoFraming(&o.b); },
+            [&](Outs& o) { service->setZoomMode(1, 1, &o.b); },
+            [&](Outs& o) { service->getZoomMode(&o.s); },
+    };
+    std::atomic<bool> stop{false};
     std::vector<std::thread> threads;
     for (const auto& command : commands) {
         threads.emplace_back([&, command] {
-            while (!stop) command();
+            Outs outs;
+            while (!stop) command(outs);
         });
     }
     sp<TestListener> steady = new TestListener();

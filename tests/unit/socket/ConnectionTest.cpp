@@ -1,6 +1,9 @@
 // The link's connection: connecting, drops, reconnect counting, camera removal and
 // return, shutdown in every state of the read loop, and concurrency.
+#include <arpa/inet.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <future>
 #include <random>
@@ -62,6 +65,10 @@ TEST_F(LinkTest, InitWithoutCameraFailsCleanly) {
             log.contains("SocketClient::init connect retSocket:-1 failed!(Connection refused,111)",
                          ANDROID_LOG_ERROR));
     EXPECT_EQ(DISCONNECT, link->connectState.load());
+    // Nothing to shut down: only a log line.
+    link->uninit();
+    EXPECT_TRUE(log.contains("SocketClient::uninit connectState:0 ", ANDROID_LOG_DEBUG));
+    EXPECT_FALSE(log.contains("uninit finish"));
     ASSERT_TRUE(camera->setRefusing(false));
     EXPECT_TRUE(link->init());
     EXPECT_EQ(CONNECTED, link->connectState.load());
@@ -127,20 +134,31 @@ INSTANTIATE_TEST_SUITE_P(EveryWay, HangupTest,
                                            camsim::Hangup::kReset, camsim::Hangup::kGarbage),
                          hangupName);
 
+// One run tolerates eleven failed reconnects in all, 100 ms apart; a successful reconnect
+// in between does not reset the count.
 TEST_F(LinkTest, GivesUpAfterElevenFailedReconnectsThenInitStartsAfresh) {
     connect();
     ASSERT_TRUE(camera->setRefusing(true));
     camera->dropConnection();
+    ASSERT_TRUE(log.waitFor(reconnectLine(3), 20s));
+    ASSERT_TRUE(camera->setRefusing(false));
+    ASSERT_TRUE(camera->waitForConnections(2, 10s));
+    ASSERT_TRUE(camera->setRefusing(true));
+    camera->dropConnection();
+    ASSERT_TRUE(log.waitFor(reconnectLine(4), 20s));
+    const auto fourth = std::chrono::steady_clock::now();
     ASSERT_TRUE(log.waitFor(reconnectLine(10), 20s));
+    EXPECT_GE(std::chrono::steady_clock::now() - fourth, 550ms) << "100 ms after each";
     for (int i = 0; i <= 10; ++i) EXPECT_EQ(1u, log.count(reconnectLine(i))) << i;
-    EXPECT_EQ(11u, log.count("SocketClient::reconnect start"));
+    EXPECT_EQ(1u, log.count("SocketClient::reconnect success"));
+    EXPECT_EQ(12u, log.count("SocketClient::reconnect start"));
     EXPECT_EQ(DISCONNECT, link->connectState.load());
 
     // Connecting is left to the next init, which starts counting afresh (whether it meets
     // the ending run or starts a new one).
     ASSERT_TRUE(camera->setRefusing(false));
     EXPECT_TRUE(link->init());
-    ASSERT_TRUE(camera->waitForConnections(2, 10s));
+    ASSERT_TRUE(camera->waitForConnections(3, 10s));
     ASSERT_TRUE(camera->setRefusing(true));
     camera->dropConnection();
     ASSERT_TRUE(log.waitFor(reconnectLine(0), 20s, 2));
@@ -162,29 +180,14 @@ TEST_F(LinkTest, InitDuringARunningLoopDoesNotWaitForIt) {
     EXPECT_EQ(2u, camera->connectionCount());
 }
 
-// One run tolerates eleven failed reconnects in all; a successful reconnect in between
-// does not reset the count.
-TEST_F(LinkTest, ReconnectCountSpansTheWholeRun) {
-    connect();
-    ASSERT_TRUE(camera->setRefusing(true));
-    camera->dropConnection();
-    ASSERT_TRUE(log.waitFor(reconnectLine(3), 20s));
-    ASSERT_TRUE(camera->setRefusing(false));
-    ASSERT_TRUE(camera->waitForConnections(2, 10s));
-    ASSERT_TRUE(camera->setRefusing(true));
-    camera->dropConnection();
-    ASSERT_TRUE(log.waitFor(reconnectLine(10), 20s));
-    for (int i = 0; i <= 10; ++i) EXPECT_EQ(1u, log.count(reconnectLine(i))) << i;
-    EXPECT_EQ(1u, log.count("SocketClient::reconnect success"));
-}
-
+// Removed while the first of two blocks is handed on: the second is not read.
 TEST_F(LinkTest, CameraRemovedWhileConnectedWaitsForItsReturn) {
+    client.setFrameHook([&] { link->cameraExit = false; });
     connect();
-    link->cameraExit = false;
-    // The loop notices at the start of its next pass; this makes it run one (unless it
-    // has just begun one and found the camera gone already).
-    camera->send(resultMessage("last"));
+    camera->send(dataMessage(3, {"first", "second"}));
     ASSERT_TRUE(log.waitFor("SocketClient camera do not exit, wait", 10s));
+    ASSERT_EQ(1u, client.count());
+    EXPECT_EQ("first", client.deliveries()[0].bytes);
     ASSERT_TRUE(camera->waitForDisconnect(10s));
     EXPECT_EQ(DISCONNECT, link->connectState.load());
     std::string frame = bytesOf({0xFF, 0x00, 0xAB, 0xBC, 0, 0, 0, 2}) + "{}";
@@ -288,6 +291,41 @@ TEST_F(LinkTest, DestructionBetweenReconnectsEndsTheLoop) {
     ASSERT_TRUE(log.waitFor(reconnectLine(1), 20s));
     EXPECT_TRUE(finishesWithin(20s, [&] { link.reset(); }));
     EXPECT_FALSE(log.contains(reconnectLine(10)));
+}
+
+// A reconnect that completes once shutdown has begun is refused, so the loop ends
+// rather than reading the new connection until the shutdown gives up on it.
+TEST_F(LinkTest, ReconnectCompletingDuringShutdownIsRefused) {
+    camera.reset();
+    // With a full accept queue the camera's address drops the link's SYN, which keeps its
+    // reconnect in connect() until the SYN is sent again a second later.
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_port = htons(10001);
+    inet_pton(AF_INET, "192.168.111.10", &addr.sin_addr);
+    auto* sa = reinterpret_cast<sockaddr*>(&addr);
+    const int listener = socket(AF_INET, SOCK_STREAM, 0);
+    const int one = 1;
+    setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &one, sizeof(one));
+    ASSERT_EQ(0, bind(listener, sa, sizeof(addr)));
+    ASSERT_EQ(0, listen(listener, 0));
+    link = std::make_unique<SocketClient>(&client);
+    link->cameraExit = true;
+    ASSERT_TRUE(link->init());
+    const int served = accept(listener, nullptr, nullptr);
+    const int filler = socket(AF_INET, SOCK_STREAM, 0);
+    ASSERT_EQ(0, ::connect(filler, sa, sizeof(addr)));
+    close(served);
+    ASSERT_TRUE(log.waitFor("SocketClient::reconnect connect ", 10s));
+    std::this_thread::sleep_for(100ms);
+    auto shutdown = std::async(std::launch::async, [&] { link->uninit(); });
+    std::this_thread::sleep_for(200ms);
+    const int queued = accept(listener, nullptr, nullptr);  // makes room for the link
+    EXPECT_EQ(std::future_status::ready, shutdown.wait_for(4s));
+    EXPECT_TRUE(log.contains("SocketClient connection refused: shutting down", ANDROID_LOG_ERROR));
+    shutdown.wait();
+    EXPECT_EQ(DISCONNECT, link->connectState.load());
+    for (int fd : {queued, filler, listener}) close(fd);
 }
 
 // Binder threads may all find the link down and call init at once: one connection, no

@@ -1,5 +1,7 @@
 // Bytes on the wire in both directions, and how the link cuts the camera's stream.
 #include <string.h>
+#include <sys/prctl.h>
+#include <unistd.h>
 
 #include <random>
 #include <thread>
@@ -7,12 +9,36 @@
 #include "tests/unit/socket/LinkTestSupport.h"
 
 using android::lumacast::CONNECTED;
+using android::lumacast::SocketClient;
 using lumacast::camsim::Block;
 using lumacast::camsim::Command;
 using lumacast::camsim::dataMessage;
 using lumacast::camsim::encodeMessage;
 using lumacast::camsim::Message;
 using lumacast::camsim::resultMessage;
+
+namespace lumacast::test {
+namespace {
+
+// The largest count the read thread has asked one read() for (the binary is linked
+// with --wrap=read).
+std::atomic<size_t> gLargestLinkRead{0};
+
+}  // namespace
+}  // namespace lumacast::test
+
+extern "C" ssize_t __real_read(int fd, void* buf, size_t count);
+extern "C" ssize_t __wrap_read(int fd, void* buf, size_t count) {
+    char thread[16] = {};
+    prctl(PR_GET_NAME, thread, 0, 0, 0);
+    if (strcmp(thread, "socketRead") == 0) {
+        auto& largest = lumacast::test::gLargestLinkRead;
+        size_t seen = largest.load();
+        while (count > seen && !largest.compare_exchange_weak(seen, count)) {
+        }
+    }
+    return __real_read(fd, buf, count);
+}
 
 namespace lumacast::test {
 namespace {
@@ -62,6 +88,14 @@ TEST_F(LinkTest, UnfitFramesAreRefusedAndNothingIsWritten) {
     std::string huge(201, '\xFF');
     link->process(1, reinterpret_cast<unsigned char*>(&huge[0]), static_cast<int>(huge.size()));
     EXPECT_TRUE(log.contains("SocketClient::process len:201 > 200 err", ANDROID_LOG_ERROR));
+    // Work routed under a name that is neither thread's, or without an item or a name.
+    SocketClient::Client router(link.get());
+    EXPECT_EQ(-2, router.selfProcess(&frame, const_cast<char*>("socketOther")));
+    EXPECT_EQ(-1, router.selfProcess(nullptr, const_cast<char*>("socketWrite")));
+    EXPECT_EQ(-1, router.selfProcess(&frame, nullptr));
+    EXPECT_EQ(2u, log.count("SocketClient::Client::selfProcess nullptr == data1 || nullptr == "
+                            "data2 err",
+                            ANDROID_LOG_ERROR));
 
     // The link still works, and none of the refused frames reached the camera.
     link->process(1, reinterpret_cast<unsigned char*>(&frame[0]), static_cast<int>(frame.size()));
@@ -102,23 +136,8 @@ TEST_F(LinkTest, ConcurrentSendersAreServedOneAtATime) {
     EXPECT_EQ(total, camera->receivedBytes().size()) << "bytes outside any frame";
 }
 
-// A data message carries no text, whatever its length field says: the bytes after its
-// header are the start of the next header.
-TEST_F(LinkTest, DataMessageTextIsReadAsTheNextHeader) {
-    connect();
-    const std::string next = resultMessage("xyz");  // 24-byte header, then "xyz"
-    Message data;
-    data.kind = 0xA1;
-    data.text = next.substr(0, 5);  // written after the header, J = 5
-    ASSERT_TRUE(camera->send(encodeMessage(data) + next.substr(5)));
-    ASSERT_TRUE(client.waitForCount(1));
-    const auto all = client.deliveries();
-    ASSERT_EQ(1u, all.size());
-    EXPECT_EQ(Delivery::kResult, all[0].kind);
-    EXPECT_EQ("xyz", all[0].bytes);
-}
-
-TEST_F(LinkTest, AiJsonBlockOfTheWireExample) {
+// The wire example of an AI JSON block, then frame blocks with their count and parameters.
+TEST_F(LinkTest, BlocksAreHandedOnWithTheirFields) {
     connect();
     const std::string json = "{\"a\":1}";
     std::string bytes =
@@ -126,34 +145,27 @@ TEST_F(LinkTest, AiJsonBlockOfTheWireExample) {
                      0,    0,    0,    0,    0,    1,    0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7});
     bytes += json;
     ASSERT_EQ(43u, bytes.size());
-    ASSERT_TRUE(camera->send(bytes));
-    ASSERT_TRUE(client.waitForCount(1));
-    const Delivery d = client.deliveries()[0];
-    EXPECT_EQ(Delivery::kAiJson, d.kind);
-    EXPECT_EQ(7, d.len);
-    EXPECT_EQ(json, d.bytes);
-    EXPECT_TRUE(d.zeroAfter);
-}
-
-TEST_F(LinkTest, FrameBlocksCarryTheirCountAndParameters) {
-    connect();
     Message m;
     m.kind = 0xA1;
     m.dataType = 3;
     m.blocks.push_back({7, std::string(100, 'a'), std::nullopt});
     m.blocks.push_back({9, std::string(3000, 'b'), std::nullopt});
-    ASSERT_TRUE(camera->sendMessage(m));
-    ASSERT_TRUE(client.waitForCount(2));
+    ASSERT_TRUE(camera->send(bytes + encodeMessage(m)));
+    ASSERT_TRUE(client.waitForCount(3));
     const auto all = client.deliveries();
-    ASSERT_EQ(2u, all.size());
-    EXPECT_EQ(Delivery::kFrame, all[0].kind);
-    EXPECT_EQ(2, all[0].blockCount);
-    EXPECT_EQ(7, all[0].blockParam);
-    EXPECT_EQ(std::string(100, 'a'), all[0].bytes);
+    ASSERT_EQ(3u, all.size());
+    EXPECT_EQ(Delivery::kAiJson, all[0].kind);
+    EXPECT_EQ(7, all[0].len);
+    EXPECT_EQ(json, all[0].bytes);
+    EXPECT_TRUE(all[0].zeroAfter);
+    EXPECT_EQ(Delivery::kFrame, all[1].kind);
     EXPECT_EQ(2, all[1].blockCount);
-    EXPECT_EQ(9, all[1].blockParam);
-    EXPECT_EQ(std::string(3000, 'b'), all[1].bytes);
-    EXPECT_TRUE(all[1].zeroAfter);
+    EXPECT_EQ(7, all[1].blockParam);
+    EXPECT_EQ(std::string(100, 'a'), all[1].bytes);
+    EXPECT_EQ(2, all[2].blockCount);
+    EXPECT_EQ(9, all[2].blockParam);
+    EXPECT_EQ(std::string(3000, 'b'), all[2].bytes);
+    EXPECT_TRUE(all[2].zeroAfter);
 }
 
 // Blocks that consume nothing or are not for the service leave the stream aligned.
@@ -177,6 +189,8 @@ TEST_F(LinkTest, EmptyNegativeAndForeignBlocksAreSkippedInStep) {
     EXPECT_EQ("{\"r\":1}", all[1].bytes);
 }
 
+// Foreign headers are dropped silently. A data message carries no text, whatever its
+// length field says: the bytes after its header are the start of the next header.
 TEST_F(LinkTest, ForeignHeaderIsDroppedSilently) {
     connect();
     Message foreign;
@@ -184,10 +198,15 @@ TEST_F(LinkTest, ForeignHeaderIsDroppedSilently) {
     Message badMagic;
     badMagic.kind = 0xA2;
     badMagic.magic[2] = 0x02;
+    const std::string next = resultMessage("ok");  // 24-byte header, then "ok"
+    Message data;
+    data.kind = 0xA1;
+    data.text = next.substr(0, 5);  // written after the header, J = 5
     const size_t before = log.entries().size();
-    ASSERT_TRUE(
-            camera->send(encodeMessage(foreign) + encodeMessage(badMagic) + resultMessage("ok")));
+    ASSERT_TRUE(camera->send(encodeMessage(foreign) + encodeMessage(badMagic) +
+                             encodeMessage(data) + next.substr(5)));
     ASSERT_TRUE(client.waitForCount(1));
+    EXPECT_EQ(Delivery::kResult, client.deliveries()[0].kind);
     EXPECT_EQ("ok", client.deliveries()[0].bytes);
     EXPECT_EQ(1u, client.count());
     for (size_t i = before; i < log.entries().size(); ++i) {
@@ -249,6 +268,7 @@ TEST_F(LinkTest, BlocksSurviveAwkwardSegmentBoundaries) {
     ASSERT_TRUE(client.waitForCount(2));
     ASSERT_TRUE(camera->send(m.text));
     ASSERT_TRUE(client.waitForCount(3));
+    EXPECT_EQ(1024u, gLargestLinkRead.load()) << "payloads are read 1024 bytes at a time";
     const auto all = client.deliveries();
     EXPECT_EQ(11, all[0].blockParam);
     EXPECT_TRUE(all[0].bytes == big) << "payload corrupted";

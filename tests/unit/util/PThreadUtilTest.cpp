@@ -1,5 +1,7 @@
 #include "util/PThreadUtil.h"
 
+#include <pthread.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -15,7 +17,9 @@
 #include <lumacast/host/LogCapture.h>
 
 using android::lumacast::PThreadUtil;
+using android::lumacast::threadExitValue;
 using android::lumacast::ThreadObject;
+using android::lumacast::threadWork;
 using lumacast::host::LogCapture;
 using namespace std::chrono_literals;
 
@@ -25,9 +29,12 @@ namespace {
 class RecordingObject : public ThreadObject {
 public:
     int selfProcess(void* data1, void* data2) override {
+        char thread[16] = {};
+        prctl(PR_GET_NAME, thread, 0, 0, 0);
         {
             std::lock_guard<std::mutex> lock(mMutex);
             mCalls.push_back({data1, data2 ? static_cast<const char*>(data2) : ""});
+            mThreadNames.push_back(thread);
         }
         mCallCount++;
         if (mBlock) {
@@ -41,6 +48,11 @@ public:
         std::lock_guard<std::mutex> lock(mMutex);
         return mCalls;
     }
+    // The name of the thread each call ran on.
+    std::vector<std::string> threadNames() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mThreadNames;
+    }
     std::atomic<int> mCallCount{0};
     std::atomic<bool> mBlock{false};
     std::atomic<bool> mInside{false};
@@ -49,6 +61,7 @@ public:
 private:
     std::mutex mMutex;
     std::vector<std::pair<void*, std::string>> mCalls;
+    std::vector<std::string> mThreadNames;
 };
 
 bool waitUntil(const std::function<bool()>& pred, std::chrono::milliseconds limit = 5000ms) {
@@ -81,25 +94,6 @@ TEST(PThreadUtilTest, RefusedConstructionCreatesNoThread) {
     EXPECT_EQ(0, object.mCallCount.load());
 }
 
-TEST(PThreadUtilTest, NullItemIsRefusedAndWorkerStaysAsleep) {
-    LogCapture log;
-    RecordingObject object;
-    {
-        PThreadUtil worker("socketWrite", &object);
-        worker.process(nullptr);
-        EXPECT_TRUE(log.contains("PThreadUtil::process socketWrite nullptr == data"));
-        std::this_thread::sleep_for(20ms);
-        EXPECT_EQ(0, object.mCallCount.load());
-    }
-    // Destroying an idle worker ends it with exit value 0.
-    const long stop = log.indexOf("PThreadUtil::onProcess socketWrite mData is null");
-    const long joined = log.indexOf("~PThreadUtil socketWrite exitRet:0");
-    ASSERT_GE(stop, 0);
-    ASSERT_GE(joined, 0);
-    EXPECT_LT(stop, joined);
-    EXPECT_EQ(ANDROID_LOG_INFO, log.entries()[static_cast<size_t>(joined)].prio);
-}
-
 TEST(PThreadUtilTest, UeventWorkerRunsOnceAtStartWithItsName) {
     RecordingObject object;
     {
@@ -110,13 +104,19 @@ TEST(PThreadUtilTest, UeventWorkerRunsOnceAtStartWithItsName) {
     ASSERT_EQ(1u, calls.size());
     EXPECT_STREQ("ThreadUEvent", static_cast<const char*>(calls[0].first));
     EXPECT_EQ("ThreadUEvent", calls[0].second);
+    EXPECT_EQ(std::vector<std::string>{"ThreadUEvent"}, object.threadNames());
 }
 
+// Other workers run nothing until handed an item (a null item is refused); destroying an
+// idle worker ends it with exit value 0.
 TEST(PThreadUtilTest, OtherWorkersRunOnlyHandedItemsWithTheirName) {
+    LogCapture log;
     RecordingObject object;
     int item = 7;
     {
         PThreadUtil worker("socketRead", &object);
+        worker.process(nullptr);
+        EXPECT_TRUE(log.contains("PThreadUtil::process socketRead nullptr == data"));
         std::this_thread::sleep_for(20ms);
         EXPECT_EQ(0, object.mCallCount.load());
         worker.process(&item);
@@ -126,6 +126,12 @@ TEST(PThreadUtilTest, OtherWorkersRunOnlyHandedItemsWithTheirName) {
     ASSERT_EQ(1u, calls.size());
     EXPECT_EQ(&item, calls[0].first);
     EXPECT_EQ("socketRead", calls[0].second);
+    EXPECT_EQ(std::vector<std::string>{"socketRead"}, object.threadNames());
+    const long stop = log.indexOf("PThreadUtil::onProcess socketRead mData is null");
+    const long joined = log.indexOf("~PThreadUtil socketRead exitRet:0");
+    ASSERT_GE(stop, 0);
+    ASSERT_GT(joined, stop);
+    EXPECT_EQ(ANDROID_LOG_INFO, log.entries()[static_cast<size_t>(joined)].prio);
 }
 
 TEST(PThreadUtilTest, FailingItemIsLoggedAndWorkerGoesOn) {
@@ -224,7 +230,24 @@ TEST(PThreadUtilTest, ImmediateDestructionNeverHangs) {
     EXPECT_EQ(100, object.mCallCount.load());
 }
 
-TEST(PThreadUtilTest, ClientWithoutParentFails) {
-    PThreadUtil::Client client(nullptr);
-    EXPECT_EQ(-1, client.selfProcess(nullptr, nullptr));
+// The thread's exit value is what its object returned, read back by the joiner; a
+// negative one is logged on the way.
+TEST(PThreadUtilTest, ThreadExitValueIsTheObjectsResult) {
+    LogCapture log;
+    auto exitValue = [](ThreadObject* object) {
+        pthread_t thread;
+        void* result = nullptr;
+        EXPECT_EQ(0, pthread_create(&thread, nullptr, threadWork, object));
+        pthread_join(thread, &result);
+        return threadExitValue(result);
+    };
+    RecordingObject object;
+    object.mResult = 5;
+    EXPECT_EQ(5, exitValue(&object));
+    PThreadUtil::Client orphan(nullptr);
+    EXPECT_EQ(-1, exitValue(&orphan));
+    EXPECT_EQ(-1, exitValue(nullptr));
+    EXPECT_EQ(1u, log.count("threadWork 0 > retInt:-1 err", ANDROID_LOG_DEBUG));
+    EXPECT_EQ(1u, log.count("threadWork nullptr == arg err", ANDROID_LOG_DEBUG));
+    EXPECT_EQ(0u, log.countContaining("retInt:5"));
 }

@@ -30,6 +30,7 @@ TEST(SignalUtilTest, InvalidTimeoutsReturnAtOnce) {
 }
 
 TEST(SignalUtilTest, SecondWaiterIsRefused) {
+    LogCapture log;
     SignalUtil s;
     auto first = std::async(std::launch::async, [&] { return s.wait(); });
     waitForWaiter(s);
@@ -37,6 +38,7 @@ TEST(SignalUtilTest, SecondWaiterIsRefused) {
     EXPECT_EQ(-2, s.wait(3000));
     s.signal();
     EXPECT_EQ(0, first.get());
+    EXPECT_TRUE(log.contains("SignalUtil::wait  pthread_cond_wait retWait = 0"));
 }
 
 TEST(SignalUtilTest, SignalEndsTimedWaitEarly) {
@@ -49,13 +51,6 @@ TEST(SignalUtilTest, SignalEndsTimedWaitEarly) {
     EXPECT_LT(Clock::now() - start, 5s);
 }
 
-TEST(SignalUtilTest, TimeoutReturnsZeroAfterDeadline) {
-    SignalUtil s;
-    const auto start = Clock::now();
-    EXPECT_EQ(0, s.wait(100));
-    EXPECT_GE(Clock::now() - start, 95ms);
-}
-
 TEST(SignalUtilTest, SignalWithoutWaiterIsLost) {
     LogCapture log;
     SignalUtil s;
@@ -64,16 +59,6 @@ TEST(SignalUtilTest, SignalWithoutWaiterIsLost) {
     const auto start = Clock::now();
     EXPECT_EQ(0, s.wait(100));
     EXPECT_GE(Clock::now() - start, 95ms);
-}
-
-TEST(SignalUtilTest, UntimedWaitLogsItsWakeUp) {
-    LogCapture log;
-    SignalUtil s;
-    auto waiter = std::async(std::launch::async, [&] { return s.wait(); });
-    waitForWaiter(s);
-    s.signal();
-    EXPECT_EQ(0, waiter.get());
-    EXPECT_TRUE(log.contains("SignalUtil::wait  pthread_cond_wait retWait = 0"));
 }
 
 // A signal given once the waiter is registered is never lost, however the threads meet.
@@ -129,20 +114,16 @@ TEST(SignalUtilTest, ArmedSignalKeepsOneEarlySignal) {
     ASSERT_EQ(std::future_status::ready, early.wait_for(5s));
     EXPECT_EQ(0, early.get());
 
-    // The arm was used up: the next wait runs into its time-out.
-    const auto start = Clock::now();
-    EXPECT_EQ(0, s.wait(100));
-    EXPECT_GE(Clock::now() - start, 95ms);
-}
-
-TEST(SignalUtilTest, ArmDoesNotReplaySignalsGivenBeforeIt) {
-    SignalUtil s;
-    s.arm();
-    s.signal();
-    s.arm();  // re-arming forgets what came before
-    const auto start = Clock::now();
-    EXPECT_EQ(0, s.wait(100));
-    EXPECT_GE(Clock::now() - start, 95ms);
+    // The arm was used up, and re-arming forgets a signal given before: both next waits
+    // run into their time-outs.
+    for (int i = 0; i < 2; ++i) {
+        const auto start = Clock::now();
+        EXPECT_EQ(0, s.wait(100));
+        EXPECT_GE(Clock::now() - start, 95ms);
+        s.arm();
+        s.signal();
+        s.arm();
+    }
 }
 
 // Arm, let another thread signal whenever it likes, then wait: never lost.

@@ -1,5 +1,7 @@
 #include "util/TimerUtil.h"
 
+#include <sys/prctl.h>
+
 #include <atomic>
 #include <chrono>
 #include <future>
@@ -26,8 +28,11 @@ public:
     void processCameraAdd() override {}
     void processCameraRemove() override {}
     int checkAlive() override {
+        char thread[16] = {};
+        prctl(PR_GET_NAME, thread, 0, 0, 0);
         std::lock_guard<std::mutex> lock(mMutex);
         mTicks.push_back(Clock::now());
+        mThreadName = thread;
         return 1;
     }
     int processResult(unsigned char*, int) override { return 0; }
@@ -41,9 +46,15 @@ public:
         return mTicks;
     }
 
+    std::string threadName() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mThreadName;
+    }
+
 private:
     std::mutex mMutex;
     std::vector<Clock::time_point> mTicks;
+    std::string mThreadName;
 };
 
 bool waitTicks(TickCounter& c, size_t n, std::chrono::milliseconds limit) {
@@ -93,14 +104,17 @@ TEST(TimerUtilTest, TicksAtTheIntervalAndKeepsTheFirstOne) {
     const auto start = Clock::now();
     {
         TimerUtil timer("SocketTimer", &client);
-        timer.start(100);
+        timer.start(200);
         timer.start(10);  // ignored: the first interval holds
         ASSERT_TRUE(waitTicks(client, 3, 10s));
     }
     EXPECT_TRUE(log.contains("TimerUtil::start SocketTimer mIsStarted:1"));
+    EXPECT_EQ("SocketTimer", client.threadName());
     const auto ticks = client.ticks();
-    EXPECT_GE(ticks[0] - start, 95ms);
-    for (size_t i = 1; i < 3; ++i) EXPECT_GE(ticks[i] - ticks[i - 1], 95ms);
+    EXPECT_GE(ticks[0] - start, 195ms);
+    for (size_t i = 1; i < 3; ++i) EXPECT_GE(ticks[i] - ticks[i - 1], 195ms);
+    // Three intervals; a period twice as long would need 1200 ms.
+    EXPECT_LT(ticks[2] - start, 1000ms);
 }
 
 TEST(TimerUtilTest, DestroyingUnarmedTimerEndsAtOnceWithoutTick) {
