@@ -115,7 +115,8 @@ void checkRequest(const Request& request, uint32_t code, const std::string& text
     FUZZ_CHECK(data.enforceInterface(ILumacastCallback::descriptor), "wrong token");
     if (code == BpLumacastCallback::TRANSACTION_onAiData) {
         std::string sent;
-        FUZZ_CHECK(data.readUtf8FromUtf16(&sent) == OK && sent == text, "text changed");
+        FUZZ_CHECK(data.readUtf8FromUtf16(&sent) == OK && sent == lumacast::fuzz::throughUtf16(text),
+                   "text changed");
     } else {
         if (code == BpLumacastCallback::TRANSACTION_onFrame) {
             FUZZ_CHECK(data.readInt32() == count, "block count changed");
