@@ -16,9 +16,9 @@
 
 #include "aidl/BnLumacast.h"
 #include "aidl/ILumacastCallback.h"
-#include "service/ILumacastClient.h"
 #include "socket/SocketClient.h"
 #include "usb/USBEventInterrupt.h"
+#include "util/ILumacastClient.h"
 #include "util/SignalUtil.h"
 #include "util/TimerUtil.h"
 
