@@ -43,18 +43,17 @@ std::string count(const std::atomic<uint64_t>& counter) {
 char sResultText[LumacastService::RESULT_TEXT_SIZE];
 unsigned char sAlivePacket[LumacastService::SEND_BUFFER_SIZE];
 
-// Holds mCallbackMutex for a scope, unless this thread holds it already.
-class CallbackLock {
+// Holds a mutex for a scope, unless this thread holds it already.
+class MutexLock {
   public:
-    explicit CallbackLock(pthread_mutex_t* mutex, bool held = false)
-        : mMutex(held ? nullptr : mutex) {
+    explicit MutexLock(pthread_mutex_t* mutex, bool held = false) : mMutex(held ? nullptr : mutex) {
         if (mMutex != nullptr) pthread_mutex_lock(mMutex);
     }
-    ~CallbackLock() {
+    ~MutexLock() {
         if (mMutex != nullptr) pthread_mutex_unlock(mMutex);
     }
-    CallbackLock(const CallbackLock&) = delete;
-    CallbackLock& operator=(const CallbackLock&) = delete;
+    MutexLock(const MutexLock&) = delete;
+    MutexLock& operator=(const MutexLock&) = delete;
 
   private:
     pthread_mutex_t* mMutex;
@@ -75,7 +74,7 @@ void LumacastService::LumacastClient::processCameraRemove() { mService->processC
 
 int LumacastService::LumacastClient::checkAlive() {
     mService->resetResultSlot();
-    std::lock_guard<std::mutex> lock(mService->mLinkMutex);
+    MutexLock lock(&mService->mLinkMutex);
     SocketClient* link = mService->mSocketClient;
     if (link != nullptr && link->connectState == CONNECTED) {
         // Only this thread builds the heartbeat, and the link copies it before returning.
@@ -145,6 +144,10 @@ LumacastService::LumacastService()
     __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "Lumacast now setting to false");
     property_set(kSubscribeStatusProperty, "false");
     pthread_mutex_init(&mCallbackMutex, nullptr);
+    pthread_mutex_init(&mListenerStatsMutex, nullptr);
+    pthread_mutex_init(&mExchangeMutex, nullptr);
+    pthread_mutex_init(&mSendMutex, nullptr);
+    pthread_mutex_init(&mLinkMutex, nullptr);
     mServiceClient = new LumacastClient(this);
     mSocketClient = new SocketClient(mServiceClient);
     // The watcher may report an attached camera at once; the link already exists.
@@ -152,14 +155,21 @@ LumacastService::LumacastService()
     mSocketTimer = new TimerUtil(mTimerName, mServiceClient);
 }
 
-LumacastService::~LumacastService() { destroy(); }
+LumacastService::~LumacastService() {
+    destroy();
+    // These outlive destroy(): dump and the link's users may still take them until then.
+    pthread_mutex_destroy(&mListenerStatsMutex);
+    pthread_mutex_destroy(&mExchangeMutex);
+    pthread_mutex_destroy(&mSendMutex);
+    pthread_mutex_destroy(&mLinkMutex);
+}
 
 void LumacastService::destroy() {
     if (mDestroyed) return;
     mDestroyed = true;
     SocketClient* link = nullptr;
     {
-        std::lock_guard<std::mutex> lock(mLinkMutex);
+        MutexLock lock(&mLinkMutex);
         link = mSocketClient;
         mSocketClient = nullptr;
     }
@@ -177,7 +187,7 @@ void LumacastService::destroy() {
     pthread_mutex_destroy(&mCallbackMutex);
     while (!mCallbacks.empty()) mCallbacks.pop_back();
     {
-        std::lock_guard<std::mutex> statsLock(mListenerStatsMutex);
+        MutexLock statsLock(&mListenerStatsMutex);
         mListenerStats.clear();
     }
     mCallbackCount = 0;
@@ -225,7 +235,7 @@ bool LumacastService::continueProcess() {
 }
 
 void LumacastService::processCameraAdd() {
-    std::lock_guard<std::mutex> lock(mLinkMutex);
+    MutexLock lock(&mLinkMutex);
     if (mSocketClient == nullptr) {
         __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
                             "LumacastService::processCameraAdd mSocketClient is null");
@@ -249,7 +259,7 @@ void LumacastService::processCameraAdd() {
 }
 
 void LumacastService::processCameraRemove() {
-    std::lock_guard<std::mutex> lock(mLinkMutex);
+    MutexLock lock(&mLinkMutex);
     if (mSocketClient == nullptr) {
         __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
                             "LumacastService::processCameraRemove mSocketClient is null");
@@ -312,7 +322,7 @@ Status LumacastService::removeCallback(const sp<ILumacastCallback>& callback, bo
 // Other threads still wait for the delivery to finish.
 void LumacastService::insertListener(const sp<ILumacastCallback>& callback) {
     {
-        CallbackLock lock(&mCallbackMutex, insideDelivery());
+        MutexLock lock(&mCallbackMutex, insideDelivery());
         const sp<IBinder> binder = IInterface::asBinder(callback);
         // A listener registered again keeps its counts.
         std::shared_ptr<ListenerStats> stats;
@@ -331,7 +341,7 @@ void LumacastService::insertListener(const sp<ILumacastCallback>& callback) {
         }
         mCallbacks.push_back(callback);
         {
-            std::lock_guard<std::mutex> statsLock(mListenerStatsMutex);
+            MutexLock statsLock(&mListenerStatsMutex);
             mListenerStats.push_back(stats);
         }
         mCallbackCount = static_cast<int>(mCallbacks.size());
@@ -345,7 +355,7 @@ void LumacastService::insertListener(const sp<ILumacastCallback>& callback) {
 void LumacastService::removeListener(const sp<ILumacastCallback>& callback) {
     bool empty = false;
     {
-        CallbackLock lock(&mCallbackMutex, insideDelivery());
+        MutexLock lock(&mCallbackMutex, insideDelivery());
         const sp<IBinder> binder = IInterface::asBinder(callback);
         for (size_t i = 0; i < mCallbacks.size(); ++i) {
             if (IInterface::asBinder(mCallbacks[i]) == binder) {
@@ -366,7 +376,7 @@ void LumacastService::removeListener(const sp<ILumacastCallback>& callback) {
 void LumacastService::eraseListenerLocked(size_t index) {
     mCallbacks.erase(mCallbacks.begin() + static_cast<std::ptrdiff_t>(index));
     {
-        std::lock_guard<std::mutex> statsLock(mListenerStatsMutex);
+        MutexLock statsLock(&mListenerStatsMutex);
         mListenerStats.erase(mListenerStats.begin() + static_cast<std::ptrdiff_t>(index));
     }
     mCallbackCount = static_cast<int>(mCallbacks.size());
@@ -393,7 +403,7 @@ void LumacastService::ListenerStats::record(const Status& status) {
 
 template <typename F>
 void LumacastService::fanOut(F deliver) {
-    CallbackLock lock(&mCallbackMutex);
+    MutexLock lock(&mCallbackMutex);
     tDelivering = this;
     mDeliveryEnd = mCallbacks.size();
     for (mDeliveryNext = 0; mDeliveryNext < mDeliveryEnd;) {
@@ -475,7 +485,7 @@ SignalUtil** LumacastService::signalFor(CommandKind kind) {
 }
 
 void LumacastService::resetResultSlot() {
-    std::lock_guard<std::mutex> lock(mExchangeMutex);
+    MutexLock lock(&mExchangeMutex);
     mCmd = -1;
     mParam = -1;
     mRetVal = -1;
@@ -525,7 +535,7 @@ void LumacastService::parseCmdParamFromJson(unsigned char* json, int* cmd, int* 
 bool LumacastService::exchange(const CameraOperation& op, const char* text, Reply* reply) {
     SignalUtil* signal = nullptr;
     {
-        std::lock_guard<std::mutex> lock(mExchangeMutex);
+        MutexLock lock(&mExchangeMutex);
         mCmd = -1;
         mParam = -1;
         mRetVal = -1;
@@ -545,7 +555,7 @@ bool LumacastService::exchange(const CameraOperation& op, const char* text, Repl
         return false;
     }
     {
-        std::lock_guard<std::mutex> lock(mSendMutex);
+        MutexLock lock(&mSendMutex);
         const int len = writePacket(text, mSendBuffer);
         // A row's echo takes the text or nothing; printf ignores an argument left over.
         if (op.echo != nullptr) __android_log_print(op.echoPriority, LOG_TAG, op.echo, text);
@@ -554,7 +564,7 @@ bool LumacastService::exchange(const CameraOperation& op, const char* text, Repl
     mCommands.sent.fetch_add(1, std::memory_order_relaxed);
     const int retWait = signal->wait(RESULT_WAIT_MS);
     {
-        std::lock_guard<std::mutex> lock(mExchangeMutex);
+        MutexLock lock(&mExchangeMutex);
         *signalFor(op.kind) = nullptr;
         *reply = mReplies[op.kind];
         (reply->arrived ? mCommands.answered : mCommands.timedOut)
@@ -603,7 +613,7 @@ int LumacastService::processResult(unsigned char* data, int len) {
     int param = -1;
     int rval = -1;
     parseCmdParamFromJson(data, &cmd, &param, &rval);
-    std::lock_guard<std::mutex> lock(mExchangeMutex);
+    MutexLock lock(&mExchangeMutex);
     memset(sResultText, 0, sizeof(sResultText));
     mCmd = cmd;
     mParam = param;
@@ -707,7 +717,7 @@ Status LumacastService::run(Out* out, const Args&... args) {
     logWithFirst(ANDROID_LOG_DEBUG, op.entry, std::make_tuple(printfArg(args)...),
                  std::make_index_sequence<conversions(op.entry)>());
     if (op.judge == Judge::TEXT) {
-        std::lock_guard<std::mutex> lock(mExchangeMutex);
+        MutexLock lock(&mExchangeMutex);
         memset(sResultText, 0, sizeof(sResultText));
     }
     char text[op.textSize];
@@ -855,7 +865,7 @@ status_t LumacastService::dump(int fd, const Vector<String16>& args) {
     text += std::string("  camera present: ") + (usbStatus[0] == '1' ? "yes" : "no") + " (" +
             kUsbStatusProperty + "=" + (usbStatus[0] != '\0' ? usbStatus : "unset") + ")\n";
     {
-        std::lock_guard<std::mutex> lock(mLinkMutex);
+        MutexLock lock(&mLinkMutex);
         if (mSocketClient != nullptr) {
             static const char* const kStates[] = {"DISCONNECT", "CONNECTED", "CONNECTTING"};
             const int state = mSocketClient->connectState.load();
@@ -881,7 +891,7 @@ status_t LumacastService::dump(int fd, const Vector<String16>& args) {
     text += "  listeners: " + std::to_string(mCallbackCount.load()) + "\n";
     std::vector<std::shared_ptr<ListenerStats>> listeners;
     {
-        std::lock_guard<std::mutex> lock(mListenerStatsMutex);
+        MutexLock lock(&mListenerStatsMutex);
         listeners = mListenerStats;
     }
     for (size_t i = 0; i < listeners.size(); ++i) {
@@ -903,7 +913,7 @@ status_t LumacastService::dump(int fd, const Vector<String16>& args) {
             (subscribeStatus[0] != '\0' ? subscribeStatus : "unset") + "\n";
     std::string waiting;
     {
-        std::lock_guard<std::mutex> lock(mExchangeMutex);
+        MutexLock lock(&mExchangeMutex);
         for (int k = 0; k < COMMAND_KIND_COUNT; ++k) {
             if (*signalFor(static_cast<CommandKind>(k)) != nullptr) {
                 waiting += std::string(waiting.empty() ? "" : ", ") + kCameraOperations[k].name;

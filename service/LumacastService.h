@@ -10,7 +10,6 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -200,6 +199,8 @@ class LumacastService : public kora::lumacast::BnLumacast {
     const char* mTimerName;
     ILumacastClient* mServiceClient;
     USBEventInterrupt* mUSBEventInterrupt;
+    // Every lock of this class is a POSIX mutex with default attributes, the kind the
+    // listener lock has always been, so that all of them read and behave alike.
     pthread_mutex_t mCallbackMutex;
     // Size of mCallbacks, changed under mCallbackMutex and read without it.
     std::atomic<int> mCallbackCount;
@@ -211,19 +212,19 @@ class LumacastService : public kora::lumacast::BnLumacast {
     // mListenerStatsMutex, so dump reads it with the second alone while a delivery waits
     // for a slow listener.
     std::vector<std::shared_ptr<ListenerStats>> mListenerStats;
-    std::mutex mListenerStatsMutex;
+    pthread_mutex_t mListenerStatsMutex;
     CommandCounters mCommands;
 
     // The command exchange's shared state: signal fields, result slot, replies and
     // sResultText.
-    std::mutex mExchangeMutex;
+    pthread_mutex_t mExchangeMutex;
     Reply mReplies[COMMAND_KIND_COUNT];
     // mSendBuffer is rebuilt by one command at a time; the link copies it before the
     // next may begin.
-    std::mutex mSendMutex;
+    pthread_mutex_t mSendMutex;
     // The watcher and the timer use the link from their own threads; destroy() takes it
     // away under this lock so that neither meets a deleted link.
-    std::mutex mLinkMutex;
+    pthread_mutex_t mLinkMutex;
     bool mDestroyed;
 };
 
