@@ -40,9 +40,9 @@ enum class Judge {
 // One camera operation. The formats take, in order: `entry` the binder method's
 // arguments (or a first part of them), `text` the cmd_id and then those arguments,
 // `echo` the command text, `tooLong` the length of the string argument, `mismatch`
-// retWait, mCmd, [mParam,] mRetVal. CameraOperationFormats checks each row against the
-// argument types of its binder method at compile time, so that the formats stay as safe
-// as literals that -Wformat sees.
+// retWait, mCmd, [mParam,] mRetVal. The flow that runs a row checks each of its formats
+// against the argument types of its binder method at compile time (camera_formats
+// below), so that the formats stay as safe as literals that -Wformat sees.
 struct CameraOperation {
     CommandKind kind;
     const char* name;
@@ -158,7 +158,7 @@ constexpr CameraOperation kCameraOperations[COMMAND_KIND_COUNT] = {
 // Compile-time reading of a printf format: the conversions it takes, one letter each
 // ('d' for %d or %i, 's' for %s, 'z' for %zu), checked against an expected list. Any other
 // conversion, flag or width makes the format unacceptable here.
-namespace CameraOperationFormats {
+namespace camera_formats {
 
 constexpr bool takes(const char* format, const char* expected) {
     if (format == nullptr) return false;
@@ -188,8 +188,8 @@ constexpr size_t conversions(const char* format) {
     return n;
 }
 
-// The conversions of a format are a first part of `expected` (extra arguments are
-// ignored by printf).
+// The conversions of a format are a first part of `expected`: an entry message may log
+// only the first of its operation's arguments.
 constexpr bool takesFirstOf(const char* format, const char* expected) {
     char prefix[8] = {};
     for (int n = 0;; ++n) {
@@ -224,7 +224,7 @@ constexpr bool rowsInKindOrder() {
 }
 static_assert(rowsInKindOrder(), "one row per kind, in the order of CommandKind");
 
-}  // namespace CameraOperationFormats
+}  // namespace camera_formats
 
 }  // namespace lumacast
 }  // namespace android

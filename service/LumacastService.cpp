@@ -580,11 +580,11 @@ void LumacastService::wakeLocked(CommandKind kind, bool keepText, bool logSignal
     SignalUtil** field = signalFor(kind);
     SignalUtil* signal = field != nullptr ? *field : nullptr;
     if (signal == nullptr) return;
-    Reply& d = mReplies[kind];
-    d.arrived = true;
-    d.cmd = mCmd;
-    d.param = mParam;
-    d.rval = mRetVal;
+    Reply& reply = mReplies[kind];
+    reply.arrived = true;
+    reply.cmd = mCmd;
+    reply.param = mParam;
+    reply.rval = mRetVal;
     if (keepText) {
         // A text of RESULT_TEXT_SIZE bytes or more is cut so that its zero still fits.
         int keep = len < 0 ? 0 : len;
@@ -596,7 +596,7 @@ void LumacastService::wakeLocked(CommandKind kind, bool keepText, bool logSignal
         }
         memset(sResultText, 0, sizeof(sResultText));
         memcpy(sResultText, data, static_cast<size_t>(keep));
-        memcpy(d.text, sResultText, sizeof(d.text));
+        memcpy(reply.text, sResultText, sizeof(reply.text));
     }
     if (logSignal)
         __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::processResult  signal");
@@ -685,7 +685,11 @@ const char* printfArg(const std::string& value) { return value.c_str(); }
 // Logs `format` with the first of the arguments, as many as it takes.
 template <typename Tuple, size_t... I>
 void logWithFirst(int priority, const char* format, const Tuple& args, std::index_sequence<I...>) {
-    __android_log_print(priority, LOG_TAG, format, std::get<I>(args)...);
+    if constexpr (sizeof...(I) == 0) {
+        __android_log_print(priority, LOG_TAG, "%s", format);
+    } else {
+        __android_log_print(priority, LOG_TAG, format, std::get<I>(args)...);
+    }
 }
 
 // The length of the string argument, for the too-long message.
@@ -696,7 +700,7 @@ size_t lengthOf(const std::string& value) { return value.size(); }
 
 template <CommandKind kind, typename Out, typename... Args>
 Status LumacastService::run(Out* out, const Args&... args) {
-    using namespace CameraOperationFormats;
+    using namespace camera_formats;
     constexpr const CameraOperation& op = kCameraOperations[kind];
     constexpr const char* letters = Letters<Args...>::value;
     constexpr const char* textLetters = Letters<int, Args...>::value;
@@ -716,7 +720,7 @@ Status LumacastService::run(Out* out, const Args&... args) {
 
     logWithFirst(ANDROID_LOG_DEBUG, op.entry, std::make_tuple(printfArg(args)...),
                  std::make_index_sequence<conversions(op.entry)>());
-    if (op.judge == Judge::TEXT) {
+    if constexpr (op.judge == Judge::TEXT) {
         MutexLock lock(&mExchangeMutex);
         memset(sResultText, 0, sizeof(sResultText));
     }
