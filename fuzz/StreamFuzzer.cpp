@@ -26,9 +26,9 @@
 
 #include "fuzz/support/Check.h"
 #include "fuzz/support/PrivateNamespace.h"
-#include "service/ILumacastClient.h"
 #include "socket/CameraProtocol.h"
 #include "socket/SocketClient.h"
+#include "util/ILumacastClient.h"
 
 namespace {
 

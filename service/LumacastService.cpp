@@ -14,6 +14,9 @@
 
 #include <cstddef>
 #include <string>
+#include <tuple>
+#include <type_traits>
+#include <utility>
 
 #include "service/DumpText.h"
 #include "socket/CameraProtocol.h"
@@ -40,18 +43,17 @@ std::string count(const std::atomic<uint64_t>& counter) {
 char sResultText[LumacastService::RESULT_TEXT_SIZE];
 unsigned char sAlivePacket[LumacastService::SEND_BUFFER_SIZE];
 
-// Holds mCallbackMutex for a scope, unless this thread holds it already.
-class CallbackLock {
+// Holds a mutex for a scope, unless this thread holds it already.
+class MutexLock {
   public:
-    explicit CallbackLock(pthread_mutex_t* mutex, bool held = false)
-        : mMutex(held ? nullptr : mutex) {
+    explicit MutexLock(pthread_mutex_t* mutex, bool held = false) : mMutex(held ? nullptr : mutex) {
         if (mMutex != nullptr) pthread_mutex_lock(mMutex);
     }
-    ~CallbackLock() {
+    ~MutexLock() {
         if (mMutex != nullptr) pthread_mutex_unlock(mMutex);
     }
-    CallbackLock(const CallbackLock&) = delete;
-    CallbackLock& operator=(const CallbackLock&) = delete;
+    MutexLock(const MutexLock&) = delete;
+    MutexLock& operator=(const MutexLock&) = delete;
 
   private:
     pthread_mutex_t* mMutex;
@@ -72,7 +74,7 @@ void LumacastService::LumacastClient::processCameraRemove() { mService->processC
 
 int LumacastService::LumacastClient::checkAlive() {
     mService->resetResultSlot();
-    std::lock_guard<std::mutex> lock(mService->mLinkMutex);
+    MutexLock lock(&mService->mLinkMutex);
     SocketClient* link = mService->mSocketClient;
     if (link != nullptr && link->connectState == CONNECTED) {
         // Only this thread builds the heartbeat, and the link copies it before returning.
@@ -142,6 +144,10 @@ LumacastService::LumacastService()
     __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "Lumacast now setting to false");
     property_set(kSubscribeStatusProperty, "false");
     pthread_mutex_init(&mCallbackMutex, nullptr);
+    pthread_mutex_init(&mListenerStatsMutex, nullptr);
+    pthread_mutex_init(&mExchangeMutex, nullptr);
+    pthread_mutex_init(&mSendMutex, nullptr);
+    pthread_mutex_init(&mLinkMutex, nullptr);
     mServiceClient = new LumacastClient(this);
     mSocketClient = new SocketClient(mServiceClient);
     // The watcher may report an attached camera at once; the link already exists.
@@ -149,14 +155,21 @@ LumacastService::LumacastService()
     mSocketTimer = new TimerUtil(mTimerName, mServiceClient);
 }
 
-LumacastService::~LumacastService() { destroy(); }
+LumacastService::~LumacastService() {
+    destroy();
+    // These outlive destroy(): dump and the link's users may still take them until then.
+    pthread_mutex_destroy(&mListenerStatsMutex);
+    pthread_mutex_destroy(&mExchangeMutex);
+    pthread_mutex_destroy(&mSendMutex);
+    pthread_mutex_destroy(&mLinkMutex);
+}
 
 void LumacastService::destroy() {
     if (mDestroyed) return;
     mDestroyed = true;
     SocketClient* link = nullptr;
     {
-        std::lock_guard<std::mutex> lock(mLinkMutex);
+        MutexLock lock(&mLinkMutex);
         link = mSocketClient;
         mSocketClient = nullptr;
     }
@@ -174,7 +187,7 @@ void LumacastService::destroy() {
     pthread_mutex_destroy(&mCallbackMutex);
     while (!mCallbacks.empty()) mCallbacks.pop_back();
     {
-        std::lock_guard<std::mutex> statsLock(mListenerStatsMutex);
+        MutexLock statsLock(&mListenerStatsMutex);
         mListenerStats.clear();
     }
     mCallbackCount = 0;
@@ -222,7 +235,7 @@ bool LumacastService::continueProcess() {
 }
 
 void LumacastService::processCameraAdd() {
-    std::lock_guard<std::mutex> lock(mLinkMutex);
+    MutexLock lock(&mLinkMutex);
     if (mSocketClient == nullptr) {
         __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
                             "LumacastService::processCameraAdd mSocketClient is null");
@@ -246,7 +259,7 @@ void LumacastService::processCameraAdd() {
 }
 
 void LumacastService::processCameraRemove() {
-    std::lock_guard<std::mutex> lock(mLinkMutex);
+    MutexLock lock(&mLinkMutex);
     if (mSocketClient == nullptr) {
         __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
                             "LumacastService::processCameraRemove mSocketClient is null");
@@ -309,7 +322,7 @@ Status LumacastService::removeCallback(const sp<ILumacastCallback>& callback, bo
 // Other threads still wait for the delivery to finish.
 void LumacastService::insertListener(const sp<ILumacastCallback>& callback) {
     {
-        CallbackLock lock(&mCallbackMutex, insideDelivery());
+        MutexLock lock(&mCallbackMutex, insideDelivery());
         const sp<IBinder> binder = IInterface::asBinder(callback);
         // A listener registered again keeps its counts.
         std::shared_ptr<ListenerStats> stats;
@@ -328,7 +341,7 @@ void LumacastService::insertListener(const sp<ILumacastCallback>& callback) {
         }
         mCallbacks.push_back(callback);
         {
-            std::lock_guard<std::mutex> statsLock(mListenerStatsMutex);
+            MutexLock statsLock(&mListenerStatsMutex);
             mListenerStats.push_back(stats);
         }
         mCallbackCount = static_cast<int>(mCallbacks.size());
@@ -342,7 +355,7 @@ void LumacastService::insertListener(const sp<ILumacastCallback>& callback) {
 void LumacastService::removeListener(const sp<ILumacastCallback>& callback) {
     bool empty = false;
     {
-        CallbackLock lock(&mCallbackMutex, insideDelivery());
+        MutexLock lock(&mCallbackMutex, insideDelivery());
         const sp<IBinder> binder = IInterface::asBinder(callback);
         for (size_t i = 0; i < mCallbacks.size(); ++i) {
             if (IInterface::asBinder(mCallbacks[i]) == binder) {
@@ -363,7 +376,7 @@ void LumacastService::removeListener(const sp<ILumacastCallback>& callback) {
 void LumacastService::eraseListenerLocked(size_t index) {
     mCallbacks.erase(mCallbacks.begin() + static_cast<std::ptrdiff_t>(index));
     {
-        std::lock_guard<std::mutex> statsLock(mListenerStatsMutex);
+        MutexLock statsLock(&mListenerStatsMutex);
         mListenerStats.erase(mListenerStats.begin() + static_cast<std::ptrdiff_t>(index));
     }
     mCallbackCount = static_cast<int>(mCallbacks.size());
@@ -390,7 +403,7 @@ void LumacastService::ListenerStats::record(const Status& status) {
 
 template <typename F>
 void LumacastService::fanOut(F deliver) {
-    CallbackLock lock(&mCallbackMutex);
+    MutexLock lock(&mCallbackMutex);
     tDelivering = this;
     mDeliveryEnd = mCallbacks.size();
     for (mDeliveryNext = 0; mDeliveryNext < mDeliveryEnd;) {
@@ -432,44 +445,47 @@ int LumacastService::processAiJson(unsigned char* data, int /*len*/) {
 
 // ---- command exchange -----------------------------------------------------------------
 
-SignalUtil*& LumacastService::signalFor(CommandKind kind) {
+SignalUtil** LumacastService::signalFor(CommandKind kind) {
+    // No default: a kind added without its field does not compile.
     switch (kind) {
         case SET_ZOOM_SWITCH:
-            return mSignalSetZoomSwitch;
+            return &mSignalSetZoomSwitch;
         case GET_ZOOM_SWITCH:
-            return mSignalGetZoomSwitch;
+            return &mSignalGetZoomSwitch;
         case GET_AI_ALGO_LIST:
-            return mSignalGetAiAlgoList;
+            return &mSignalGetAiAlgoList;
         case SET_AI_SUBSCRIBE_TYPE:
-            return mSignalSetAiSubscribeType;
+            return &mSignalSetAiSubscribeType;
         case GET_AI_SUBSCRIBE_STATUS:
-            return mSignalGetAiSubscribeStatus;
+            return &mSignalGetAiSubscribeStatus;
         case SET_AI_SUBSCRIBE:
-            return mSignalSetAiSubscribe;
+            return &mSignalSetAiSubscribe;
         case GET_AI_SUBSCRIBE:
-            return mSignalGetAiSubscribe;
+            return &mSignalGetAiSubscribe;
         case GRAB_FRAME:
-            return mSignalGrapFrame;
+            return &mSignalGrapFrame;
         case SEND_DOA:
-            return mSignalSendDoa;
+            return &mSignalSendDoa;
         case SET_AUTO_FRAMING:
-            return mSignalSetAutoFraming;
+            return &mSignalSetAutoFraming;
         case GET_AUTO_FRAMING:
-            return mSignalgetAutoFraming;
+            return &mSignalgetAutoFraming;
         case SET_ZOOM_MODE:
-            return mSignalSetZoomMode;
+            return &mSignalSetZoomMode;
         case GET_ZOOM_MODE:
-            return mSignalGetZoomMode;
+            return &mSignalGetZoomMode;
         case SET_AI_PROPERTY:
-            return mSignalSetAiProperty;
+            return &mSignalSetAiProperty;
         case GET_AI_PROPERTY:
-        default:
-            return mSignalGetAiProperty;
+            return &mSignalGetAiProperty;
+        case COMMAND_KIND_COUNT:
+            break;
     }
+    return nullptr;
 }
 
 void LumacastService::resetResultSlot() {
-    std::lock_guard<std::mutex> lock(mExchangeMutex);
+    MutexLock lock(&mExchangeMutex);
     mCmd = -1;
     mParam = -1;
     mRetVal = -1;
@@ -516,64 +532,59 @@ void LumacastService::parseCmdParamFromJson(unsigned char* json, int* cmd, int* 
     if (const char* at = strstr(text, "rval")) sscanf(at, "%*[^0-9]%i", rval);
 }
 
-bool LumacastService::exchange(CommandKind kind, int cmdId, const char* text,
-                               const char* busyMessage, int sentPriority, const char* sentFormat,
-                               Reply* reply) {
+bool LumacastService::exchange(const CameraOperation& op, const char* text, Reply* reply) {
     SignalUtil* signal = nullptr;
     {
-        std::lock_guard<std::mutex> lock(mExchangeMutex);
+        MutexLock lock(&mExchangeMutex);
         mCmd = -1;
         mParam = -1;
         mRetVal = -1;
-        SignalUtil*& field = signalFor(kind);
-        if (field == nullptr) {
+        SignalUtil** field = signalFor(op.kind);
+        if (field != nullptr && *field == nullptr) {
             signal = new SignalUtil();
             // Armed before the command can reach the camera, so an answer that comes
             // before this thread waits still wakes it.
             signal->arm();
-            field = signal;
-            mDeliveries[kind] = Delivery();
+            *field = signal;
+            mReplies[op.kind] = Reply();
         }
     }
     if (signal == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s", busyMessage);
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s", op.busy);
         mCommands.busy.fetch_add(1, std::memory_order_relaxed);
         return false;
     }
     {
-        std::lock_guard<std::mutex> lock(mSendMutex);
+        MutexLock lock(&mSendMutex);
         const int len = writePacket(text, mSendBuffer);
-        if (sentFormat != nullptr) __android_log_print(sentPriority, LOG_TAG, sentFormat, text);
-        mSocketClient->process(static_cast<unsigned>(cmdId), mSendBuffer, len);
+        // A row's echo takes the text or nothing; printf ignores an argument left over.
+        if (op.echo != nullptr) __android_log_print(op.echoPriority, LOG_TAG, op.echo, text);
+        mSocketClient->process(static_cast<unsigned>(op.cmdId), mSendBuffer, len);
     }
     mCommands.sent.fetch_add(1, std::memory_order_relaxed);
-    reply->retWait = signal->wait(RESULT_WAIT_MS);
+    const int retWait = signal->wait(RESULT_WAIT_MS);
     {
-        std::lock_guard<std::mutex> lock(mExchangeMutex);
-        signalFor(kind) = nullptr;
-        const Delivery& d = mDeliveries[kind];
-        if (d.arrived) {
-            reply->cmd = d.cmd;
-            reply->param = d.param;
-            reply->rval = d.rval;
-            memcpy(reply->text, d.text, sizeof(reply->text));
-        }
-        (d.arrived ? mCommands.answered : mCommands.timedOut)
+        MutexLock lock(&mExchangeMutex);
+        *signalFor(op.kind) = nullptr;
+        *reply = mReplies[op.kind];
+        (reply->arrived ? mCommands.answered : mCommands.timedOut)
                 .fetch_add(1, std::memory_order_relaxed);
     }
+    reply->retWait = retWait;
     delete signal;
     return true;
 }
 
 void LumacastService::wakeLocked(CommandKind kind, bool keepText, bool logSignal,
                                  const unsigned char* data, int len) {
-    SignalUtil* signal = signalFor(kind);
+    SignalUtil** field = signalFor(kind);
+    SignalUtil* signal = field != nullptr ? *field : nullptr;
     if (signal == nullptr) return;
-    Delivery& d = mDeliveries[kind];
-    d.arrived = true;
-    d.cmd = mCmd;
-    d.param = mParam;
-    d.rval = mRetVal;
+    Reply& reply = mReplies[kind];
+    reply.arrived = true;
+    reply.cmd = mCmd;
+    reply.param = mParam;
+    reply.rval = mRetVal;
     if (keepText) {
         // A text of RESULT_TEXT_SIZE bytes or more is cut so that its zero still fits.
         int keep = len < 0 ? 0 : len;
@@ -585,7 +596,7 @@ void LumacastService::wakeLocked(CommandKind kind, bool keepText, bool logSignal
         }
         memset(sResultText, 0, sizeof(sResultText));
         memcpy(sResultText, data, static_cast<size_t>(keep));
-        memcpy(d.text, sResultText, sizeof(d.text));
+        memcpy(reply.text, sResultText, sizeof(reply.text));
     }
     if (logSignal)
         __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::processResult  signal");
@@ -602,7 +613,7 @@ int LumacastService::processResult(unsigned char* data, int len) {
     int param = -1;
     int rval = -1;
     parseCmdParamFromJson(data, &cmd, &param, &rval);
-    std::lock_guard<std::mutex> lock(mExchangeMutex);
+    MutexLock lock(&mExchangeMutex);
     memset(sResultText, 0, sizeof(sResultText));
     mCmd = cmd;
     mParam = param;
@@ -660,458 +671,168 @@ int LumacastService::processResult(unsigned char* data, int len) {
 
 // ---- the fifteen camera operations ----------------------------------------------------
 
-Status LumacastService::setZoomSwitch(bool on, bool* _aidl_return) {
-    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::setZoomSwitch");
-    char text[50];
-    formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d}", 14, on ? 1 : 0);
+namespace {
+
+// What the caller gets when the command was not sent.
+void giveFailure(bool* out) { *out = false; }
+void giveFailure(int32_t* out) { *out = 0; }
+void giveFailure(std::string* out) { out->clear(); }
+
+// The binder methods' arguments as printf takes them.
+int printfArg(int value) { return value; }
+const char* printfArg(const std::string& value) { return value.c_str(); }
+
+// Logs `format` with the first of the arguments, as many as it takes.
+template <typename Tuple, size_t... I>
+void logWithFirst(int priority, const char* format, const Tuple& args, std::index_sequence<I...>) {
+    if constexpr (sizeof...(I) == 0) {
+        __android_log_print(priority, LOG_TAG, "%s", format);
+    } else {
+        __android_log_print(priority, LOG_TAG, format, std::get<I>(args)...);
+    }
+}
+
+// The length of the string argument, for the too-long message.
+size_t lengthOf(int) { return 0; }
+size_t lengthOf(const std::string& value) { return value.size(); }
+
+}  // namespace
+
+template <CommandKind kind, typename Out, typename... Args>
+Status LumacastService::run(Out* out, const Args&... args) {
+    using namespace camera_formats;
+    constexpr const CameraOperation& op = kCameraOperations[kind];
+    constexpr const char* letters = Letters<Args...>::value;
+    constexpr const char* textLetters = Letters<int, Args...>::value;
+    static_assert(takesFirstOf(op.entry, letters), "entry message against the arguments");
+    static_assert(takes(op.text, textLetters), "command text against cmd_id and the arguments");
+    static_assert(op.textSize <= sizeof(mSendBuffer), "text buffer within the packet");
+    static_assert(op.echo == nullptr || takesFirstOf(op.echo, "s"), "echo takes the text");
+    static_assert(takes(op.mismatch, "dddd") || takes(op.mismatch, "ddd"),
+                  "mismatch takes retWait, mCmd, [mParam,] mRetVal");
+    static_assert(
+            (op.tooLong != nullptr) == (sizeof...(Args) > 0 && letters[sizeof...(Args) - 1] == 's'),
+            "a too-long message exactly for the operations that end in a string");
+    static_assert(op.tooLong == nullptr || takes(op.tooLong, "z"), "too-long takes the length");
+    static_assert((op.judge == Judge::TEXT) == std::is_same<Out, std::string>::value &&
+                          (op.judge == Judge::COUNT) == std::is_same<Out, int32_t>::value,
+                  "the caller's type fits the judging rule");
+
+    logWithFirst(ANDROID_LOG_DEBUG, op.entry, std::make_tuple(printfArg(args)...),
+                 std::make_index_sequence<conversions(op.entry)>());
+    if constexpr (op.judge == Judge::TEXT) {
+        MutexLock lock(&mExchangeMutex);
+        memset(sResultText, 0, sizeof(sResultText));
+    }
+    char text[op.textSize];
+    if (!formatText(text, sizeof(text), op.text, op.cmdId, printfArg(args)...)) {
+        // Only a string argument can make the text too long.
+        giveFailure(out);
+        if constexpr (op.tooLong != nullptr) {
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, op.tooLong, (lengthOf(args) + ...));
+        }
+        return Status::ok();
+    }
     if (!continueProcess()) {
-        *_aidl_return = false;
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::setZoomSwitch failed");
+        giveFailure(out);
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s", op.notReady);
         return Status::ok();
     }
     startAliveTimer();
     Reply r;
-    if (!exchange(SET_ZOOM_SWITCH, 14, text,
-                  "LumacastService::setZoomSwitch nullptr != mSignalSetZoomSwitch(last processing)",
-                  0, nullptr, &r)) {
-        return Status::ok();
+    if (!exchange(op, text, &r)) return Status::ok();
+    const bool matched = r.retWait == 0 && r.cmd == op.cmdId;
+    bool success = false;
+    switch (op.judge) {
+        case Judge::SWITCH:
+            success = matched && r.param == 1 && r.rval == 0;
+            break;
+        case Judge::COUNT:
+        case Judge::RESULT:
+            success = matched && r.rval == 0;
+            break;
+        case Judge::TEXT:
+            success = matched;
+            break;
     }
-    *_aidl_return = r.matched(14) && r.param == 1 && r.rval == 0;
-    if (!*_aidl_return) {
-        __android_log_print(
-                ANDROID_LOG_DEBUG, LOG_TAG,
-                "LumacastService::setZoomSwitch retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
-                r.retWait, r.cmd, r.param, r.rval);
+    if constexpr (std::is_same<Out, std::string>::value) {
+        *out = r.text;
+    } else if constexpr (std::is_same<Out, int32_t>::value) {
+        *out = success ? r.param : 0;
+    } else {
+        *out = success;
+    }
+    if (!success) {
+        if constexpr (takes(op.mismatch, "dddd")) {
+            __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, op.mismatch, r.retWait, r.cmd, r.param,
+                                r.rval);
+        } else {
+            __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, op.mismatch, r.retWait, r.cmd, r.rval);
+        }
     }
     return Status::ok();
+}
+
+Status LumacastService::setZoomSwitch(bool on, bool* _aidl_return) {
+    return run<SET_ZOOM_SWITCH>(_aidl_return, on ? 1 : 0);
 }
 
 Status LumacastService::getZoomSwitch(bool* _aidl_return) {
-    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::getZoomSwitch");
-    char text[50];
-    formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d}", 15, 0);
-    if (!continueProcess()) {
-        *_aidl_return = false;
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::getZoomSwitch failed");
-        return Status::ok();
-    }
-    startAliveTimer();
-    Reply r;
-    if (!exchange(GET_ZOOM_SWITCH, 15, text,
-                  "LumacastService::getZoomSwitch nullptr != mSignalGetZoomSwitch(last processing)",
-                  0, nullptr, &r)) {
-        return Status::ok();
-    }
-    *_aidl_return = r.matched(15) && r.param == 1 && r.rval == 0;
-    if (!*_aidl_return) {
-        __android_log_print(
-                ANDROID_LOG_DEBUG, LOG_TAG,
-                "LumacastService::getZoomSwitch retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
-                r.retWait, r.cmd, r.param, r.rval);
-    }
-    return Status::ok();
+    return run<GET_ZOOM_SWITCH>(_aidl_return, 0);
 }
 
 Status LumacastService::getAiAlgoList(int32_t* _aidl_return) {
-    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::getAiAlgoList");
-    char text[50];
-    formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d}", 16, 0);
-    if (!continueProcess()) {
-        *_aidl_return = 0;
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::getAiAlgoList failed");
-        return Status::ok();
-    }
-    startAliveTimer();
-    Reply r;
-    if (!exchange(GET_AI_ALGO_LIST, 16, text,
-                  "LumacastService::getAiAlgoList nullptr != mSignalGetAiAlgoList(last processing)",
-                  0, nullptr, &r)) {
-        return Status::ok();
-    }
-    if (r.matched(16) && r.rval == 0) {
-        *_aidl_return = r.param;
-    } else {
-        *_aidl_return = 0;
-        __android_log_print(
-                ANDROID_LOG_DEBUG, LOG_TAG,
-                "LumacastService::getAiAlgoList retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
-                r.retWait, r.cmd, r.param, r.rval);
-    }
-    return Status::ok();
+    return run<GET_AI_ALGO_LIST>(_aidl_return, 0);
 }
 
 Status LumacastService::setAiSubscribeType(int32_t type, bool* _aidl_return) {
-    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::setAiSubscribeType type:%d",
-                        type);
-    char text[50];
-    formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d}", 1, type);
-    if (!continueProcess()) {
-        *_aidl_return = false;
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "LumacastService::setAiSubscribeType failed");
-        return Status::ok();
-    }
-    startAliveTimer();
-    Reply r;
-    if (!exchange(SET_AI_SUBSCRIBE_TYPE, 1, text,
-                  "LumacastService::setAiSubscribeType nullptr != mSignalSetAiSubscribeType(last "
-                  "processing)",
-                  ANDROID_LOG_DEBUG, "LumacastService::setAiSubscribeType process", &r)) {
-        return Status::ok();
-    }
-    *_aidl_return = r.matched(1) && r.rval == 0;
-    if (!*_aidl_return) {
-        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
-                            "LumacastService::setAiSubscribeType retWait:%d, mCmd:%d, mParam:%d, "
-                            "mRetVal:%d",
-                            r.retWait, r.cmd, r.param, r.rval);
-    }
-    return Status::ok();
+    return run<SET_AI_SUBSCRIBE_TYPE>(_aidl_return, type);
 }
 
 Status LumacastService::getAiSubscribeStatus(int32_t* _aidl_return) {
-    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::getAiSubscribeStatus");
-    char text[50];
-    formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d}", 2, 0);
-    if (!continueProcess()) {
-        *_aidl_return = 0;
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "LumacastService::getAiSubscribeStatus failed");
-        return Status::ok();
-    }
-    startAliveTimer();
-    Reply r;
-    if (!exchange(
-                GET_AI_SUBSCRIBE_STATUS, 2, text,
-                "LumacastService::getAiSubscribeStatus nullptr != mSignalGetAiSubscribeStatus(last "
-                "processing)",
-                0, nullptr, &r)) {
-        return Status::ok();
-    }
-    if (r.matched(2) && r.rval == 0) {
-        *_aidl_return = r.param;
-    } else {
-        *_aidl_return = 0;
-        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
-                            "LumacastService::getAiSubscribeStatus retWait:%d, mCmd:%d, mParam:%d, "
-                            "mRetVal:%d",
-                            r.retWait, r.cmd, r.param, r.rval);
-    }
-    return Status::ok();
+    return run<GET_AI_SUBSCRIBE_STATUS>(_aidl_return, 0);
 }
 
 Status LumacastService::setAiProperty(const std::string& param, bool* _aidl_return) {
-    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::setAiProperty param = %s",
-                        param.c_str());
-    char text[200];
-    if (!formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":\"%s\"}", 5, param.c_str())) {
-        *_aidl_return = false;
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "LumacastService::setAiProperty param too long (%zu) err",
-                            param.size());
-        return Status::ok();
-    }
-    if (!continueProcess()) {
-        *_aidl_return = false;
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::setAiProperty failed");
-        return Status::ok();
-    }
-    startAliveTimer();
-    Reply r;
-    if (!exchange(SET_AI_PROPERTY, 5, text,
-                  "LumacastService::setAiProperty nullptr != mSignalSetAiProperty(last processing)",
-                  ANDROID_LOG_INFO, "LumacastService::setAiProperty  %s", &r)) {
-        return Status::ok();
-    }
-    *_aidl_return = r.matched(5) && r.rval == 0;
-    if (!*_aidl_return) {
-        __android_log_print(
-                ANDROID_LOG_DEBUG, LOG_TAG,
-                "LumacastService::setAiProperty retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
-                r.retWait, r.cmd, r.param, r.rval);
-    }
-    return Status::ok();
+    return run<SET_AI_PROPERTY>(_aidl_return, param);
 }
 
 Status LumacastService::getAiProperty(const std::string& param, std::string* _aidl_return) {
-    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::getAiProperty is %s",
-                        param.c_str());
-    {
-        std::lock_guard<std::mutex> lock(mExchangeMutex);
-        memset(sResultText, 0, sizeof(sResultText));
-    }
-    char text[200];
-    if (!formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":\"%s\"}", 6, param.c_str())) {
-        _aidl_return->clear();
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "LumacastService::getAiProperty param too long (%zu) err",
-                            param.size());
-        return Status::ok();
-    }
-    if (!continueProcess()) {
-        _aidl_return->clear();
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::getAiProperty failed");
-        return Status::ok();
-    }
-    startAliveTimer();
-    Reply r;
-    if (!exchange(GET_AI_PROPERTY, 6, text,
-                  "LumacastService::getAiProperty nullptr != mSignalGetAiProperty(last processing)",
-                  ANDROID_LOG_INFO, "LumacastService::getAiProperty  %s", &r)) {
-        return Status::ok();
-    }
-    *_aidl_return = r.text;
-    if (!r.matched(6)) {
-        __android_log_print(
-                ANDROID_LOG_DEBUG, LOG_TAG,
-                "LumacastService::getAiProperty retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
-                r.retWait, r.cmd, r.param, r.rval);
-    }
-    return Status::ok();
+    return run<GET_AI_PROPERTY>(_aidl_return, param);
 }
 
 Status LumacastService::setAiSubscribe(int32_t param, const std::string& option,
                                        bool* _aidl_return) {
-    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
-                        "LumacastService::setAiSubscribe param = %d, option = %s", param,
-                        option.c_str());
-    char text[100];
-    if (!formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d,\"option\":%s}", 1, param,
-                    option.c_str())) {
-        *_aidl_return = false;
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "LumacastService::setAiSubscribe option too long (%zu) err",
-                            option.size());
-        return Status::ok();
-    }
-    if (!continueProcess()) {
-        *_aidl_return = false;
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::setAiSubscribe failed");
-        return Status::ok();
-    }
-    startAliveTimer();
-    Reply r;
-    if (!exchange(SET_AI_SUBSCRIBE, 1, text,
-                  "LumacastService::mSignalSetAiSubscribe nullptr != mSignalSetAiSubscribe(last "
-                  "processing)",
-                  0, nullptr, &r)) {
-        return Status::ok();
-    }
-    *_aidl_return = r.matched(1) && r.rval == 0;
-    if (!*_aidl_return) {
-        __android_log_print(
-                ANDROID_LOG_DEBUG, LOG_TAG,
-                "LumacastService::mSignalSetAiSubscribe retWait:%d, mCmd:%d, mParam:%d, "
-                "mRetVal:%d",
-                r.retWait, r.cmd, r.param, r.rval);
-    }
-    return Status::ok();
+    return run<SET_AI_SUBSCRIBE>(_aidl_return, param, option);
 }
 
 Status LumacastService::getAiSubscribe(std::string* _aidl_return) {
-    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::getAiSubscribe");
-    {
-        std::lock_guard<std::mutex> lock(mExchangeMutex);
-        memset(sResultText, 0, sizeof(sResultText));
-    }
-    char text[50];
-    formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d}", 2, 0);
-    if (!continueProcess()) {
-        _aidl_return->clear();
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::getAiSubscribe failed");
-        return Status::ok();
-    }
-    startAliveTimer();
-    Reply r;
-    if (!exchange(
-                GET_AI_SUBSCRIBE, 2, text,
-                "LumacastService::getAiSubscribe nullptr != mSignalGetAiSubscribe(last processing)",
-                0, nullptr, &r)) {
-        return Status::ok();
-    }
-    *_aidl_return = r.text;
-    if (!r.matched(2)) {
-        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
-                            "retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d", r.retWait, r.cmd, r.param,
-                            r.rval);
-    }
-    return Status::ok();
+    return run<GET_AI_SUBSCRIBE>(_aidl_return, 0);
 }
 
 Status LumacastService::grabFrame(int32_t format, const std::string& resolution,
                                   bool* _aidl_return) {
-    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
-                        "LumacastService::grabFrame format:%d, resolution:%s", format,
-                        resolution.c_str());
-    char text[100];
-    if (!formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param_1\":%d,\"param_2\":\"%s\"}", 3,
-                    format, resolution.c_str())) {
-        *_aidl_return = false;
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "LumacastService::grabFrame resolution too long (%zu) err",
-                            resolution.size());
-        return Status::ok();
-    }
-    if (!continueProcess()) {
-        *_aidl_return = false;
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::grabFrame failed");
-        return Status::ok();
-    }
-    startAliveTimer();
-    Reply r;
-    if (!exchange(GRAB_FRAME, 3, text,
-                  "LumacastService::grabFrame nullptr != mSignalGrapFrame(last processing)", 0,
-                  nullptr, &r)) {
-        return Status::ok();
-    }
-    *_aidl_return = r.matched(3) && r.rval == 0;
-    if (!*_aidl_return) {
-        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
-                            "LumacastService::grabFrame retWait:%d, mCmd:%d, mRetVal:%d", r.retWait,
-                            r.cmd, r.rval);
-    }
-    return Status::ok();
+    return run<GRAB_FRAME>(_aidl_return, format, resolution);
 }
 
 Status LumacastService::sendDoa(const std::string& data, bool* _aidl_return) {
-    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::sendDoa data:%s",
-                        data.c_str());
-    char text[200];
-    if (!formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%s}", 4, data.c_str())) {
-        *_aidl_return = false;
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "LumacastService::sendDoa data too long (%zu) err", data.size());
-        return Status::ok();
-    }
-    if (!continueProcess()) {
-        *_aidl_return = false;
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::sendDoa failed");
-        return Status::ok();
-    }
-    startAliveTimer();
-    Reply r;
-    if (!exchange(SEND_DOA, 4, text,
-                  "LumacastService::sendDoa nullptr != mSignalSendDoa(last processing)", 0, nullptr,
-                  &r)) {
-        return Status::ok();
-    }
-    *_aidl_return = r.matched(4) && r.rval == 0;
-    if (!*_aidl_return) {
-        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
-                            "LumacastService::sendDoa retWait:%d, mCmd:%d, mRetVal:%d", r.retWait,
-                            r.cmd, r.rval);
-    }
-    return Status::ok();
+    return run<SEND_DOA>(_aidl_return, data);
 }
 
 Status LumacastService::setAutoFraming(int32_t param, bool* _aidl_return) {
-    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::setAutoFraming param:%d",
-                        param);
-    char text[100];
-    formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d}", 12, param);
-    if (!continueProcess()) {
-        *_aidl_return = false;
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::setAutoFraming failed");
-        return Status::ok();
-    }
-    startAliveTimer();
-    Reply r;
-    if (!exchange(
-                SET_AUTO_FRAMING, 12, text,
-                "LumacastService::setAutoFraming nullptr != mSignalSetAutoFraming(last processing)",
-                0, nullptr, &r)) {
-        return Status::ok();
-    }
-    *_aidl_return = r.matched(12) && r.rval == 0;
-    if (!*_aidl_return) {
-        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
-                            "LumacastService::setAutoFraming retWait:%d, mCmd:%d, mRetVal:%d",
-                            r.retWait, r.cmd, r.rval);
-    }
-    return Status::ok();
+    return run<SET_AUTO_FRAMING>(_aidl_return, param);
 }
 
 Status LumacastService::getAutoFraming(bool* _aidl_return) {
-    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::getAutoFraming");
-    char text[50];
-    formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d}", 13, 0);
-    if (!continueProcess()) {
-        *_aidl_return = false;
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::getAutoFraming failed");
-        return Status::ok();
-    }
-    startAliveTimer();
-    Reply r;
-    if (!exchange(
-                GET_AUTO_FRAMING, 13, text,
-                "LumacastService::getAutoFraming nullptr != mSignalgetAutoFraming(last processing)",
-                0, nullptr, &r)) {
-        return Status::ok();
-    }
-    *_aidl_return = r.matched(13) && r.param == 1 && r.rval == 0;
-    if (!*_aidl_return) {
-        __android_log_print(
-                ANDROID_LOG_DEBUG, LOG_TAG,
-                "LumacastService::getAutoFraming retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
-                r.retWait, r.cmd, r.param, r.rval);
-    }
-    return Status::ok();
+    return run<GET_AUTO_FRAMING>(_aidl_return, 0);
 }
 
 Status LumacastService::setZoomMode(int32_t param, int32_t mode, bool* _aidl_return) {
-    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::setZoomMode");
-    char text[100];
-    formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d,\"mode\":%d}", 14, param, mode);
-    if (!continueProcess()) {
-        *_aidl_return = false;
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::setZoomMode failed");
-        return Status::ok();
-    }
-    startAliveTimer();
-    Reply r;
-    if (!exchange(SET_ZOOM_MODE, 14, text,
-                  "LumacastService::setZoomMode nullptr != mSignalSetZoomMode(last processing)",
-                  ANDROID_LOG_INFO, "LumacastService::setZoomMode  %s", &r)) {
-        return Status::ok();
-    }
-    *_aidl_return = r.matched(14) && r.rval == 0;
-    if (!*_aidl_return) {
-        __android_log_print(
-                ANDROID_LOG_DEBUG, LOG_TAG,
-                "LumacastService::setZoomMode retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
-                r.retWait, r.cmd, r.param, r.rval);
-    }
-    return Status::ok();
+    return run<SET_ZOOM_MODE>(_aidl_return, param, mode);
 }
 
 Status LumacastService::getZoomMode(std::string* _aidl_return) {
-    __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "LumacastService::getZoomMode");
-    {
-        std::lock_guard<std::mutex> lock(mExchangeMutex);
-        memset(sResultText, 0, sizeof(sResultText));
-    }
-    char text[50];
-    formatText(text, sizeof(text), "{\"cmd_id\":%d,\"param\":%d}", 15, 0);
-    if (!continueProcess()) {
-        _aidl_return->clear();
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "LumacastService::getZoomMode failed");
-        return Status::ok();
-    }
-    startAliveTimer();
-    Reply r;
-    if (!exchange(GET_ZOOM_MODE, 15, text,
-                  "LumacastService::getZoomMode nullptr != mSignalGetZoomMode(last processing)", 0,
-                  nullptr, &r)) {
-        return Status::ok();
-    }
-    *_aidl_return = r.text;
-    if (!r.matched(15)) {
-        __android_log_print(
-                ANDROID_LOG_DEBUG, LOG_TAG,
-                "LumacastService::getZoomMode retWait:%d, mCmd:%d, mParam:%d, mRetVal:%d",
-                r.retWait, r.cmd, r.param, r.rval);
-    }
-    return Status::ok();
+    return run<GET_ZOOM_MODE>(_aidl_return, 0);
 }
 
 // ---- dump ----------------------------------------------------------------------------
@@ -1139,23 +860,6 @@ status_t LumacastService::dump(int fd, const Vector<String16>& args) {
             return writeDumpText(fd, kDumpHelp);
         }
     }
-    static const char* const kKindNames[COMMAND_KIND_COUNT] = {
-            "setZoomSwitch",
-            "getZoomSwitch",
-            "getAiAlgoList",
-            "setAiSubscribeType",
-            "getAiSubscribeStatus",
-            "setAiSubscribe",
-            "getAiSubscribe",
-            "grabFrame",
-            "sendDoa",
-            "setAutoFraming",
-            "getAutoFraming",
-            "setZoomMode",
-            "getZoomMode",
-            "setAiProperty",
-            "getAiProperty",
-    };
     char usbStatus[PROPERTY_VALUE_MAX] = {};
     property_get(kUsbStatusProperty, usbStatus, "");
     char subscribeStatus[PROPERTY_VALUE_MAX] = {};
@@ -1165,7 +869,7 @@ status_t LumacastService::dump(int fd, const Vector<String16>& args) {
     text += std::string("  camera present: ") + (usbStatus[0] == '1' ? "yes" : "no") + " (" +
             kUsbStatusProperty + "=" + (usbStatus[0] != '\0' ? usbStatus : "unset") + ")\n";
     {
-        std::lock_guard<std::mutex> lock(mLinkMutex);
+        MutexLock lock(&mLinkMutex);
         if (mSocketClient != nullptr) {
             static const char* const kStates[] = {"DISCONNECT", "CONNECTED", "CONNECTTING"};
             const int state = mSocketClient->connectState.load();
@@ -1191,7 +895,7 @@ status_t LumacastService::dump(int fd, const Vector<String16>& args) {
     text += "  listeners: " + std::to_string(mCallbackCount.load()) + "\n";
     std::vector<std::shared_ptr<ListenerStats>> listeners;
     {
-        std::lock_guard<std::mutex> lock(mListenerStatsMutex);
+        MutexLock lock(&mListenerStatsMutex);
         listeners = mListenerStats;
     }
     for (size_t i = 0; i < listeners.size(); ++i) {
@@ -1213,10 +917,10 @@ status_t LumacastService::dump(int fd, const Vector<String16>& args) {
             (subscribeStatus[0] != '\0' ? subscribeStatus : "unset") + "\n";
     std::string waiting;
     {
-        std::lock_guard<std::mutex> lock(mExchangeMutex);
+        MutexLock lock(&mExchangeMutex);
         for (int k = 0; k < COMMAND_KIND_COUNT; ++k) {
-            if (signalFor(static_cast<CommandKind>(k)) != nullptr) {
-                waiting += std::string(waiting.empty() ? "" : ", ") + kKindNames[k];
+            if (*signalFor(static_cast<CommandKind>(k)) != nullptr) {
+                waiting += std::string(waiting.empty() ? "" : ", ") + kCameraOperations[k].name;
             }
         }
     }

@@ -10,15 +10,15 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "aidl/BnLumacast.h"
 #include "aidl/ILumacastCallback.h"
-#include "service/ILumacastClient.h"
+#include "service/CameraOperations.h"
 #include "socket/SocketClient.h"
 #include "usb/USBEventInterrupt.h"
+#include "util/ILumacastClient.h"
 #include "util/SignalUtil.h"
 #include "util/TimerUtil.h"
 
@@ -107,36 +107,16 @@ class LumacastService : public kora::lumacast::BnLumacast {
     static void parseCmdParamFromJson(unsigned char* json, int* cmd, int* param, int* rval);
 
   private:
-    // The fifteen command kinds, one wait signal each.
-    enum CommandKind {
-        SET_ZOOM_SWITCH,
-        GET_ZOOM_SWITCH,
-        GET_AI_ALGO_LIST,
-        SET_AI_SUBSCRIBE_TYPE,
-        GET_AI_SUBSCRIBE_STATUS,
-        SET_AI_SUBSCRIBE,
-        GET_AI_SUBSCRIBE,
-        GRAB_FRAME,
-        SEND_DOA,
-        SET_AUTO_FRAMING,
-        GET_AUTO_FRAMING,
-        SET_ZOOM_MODE,
-        GET_ZOOM_MODE,
-        SET_AI_PROPERTY,
-        GET_AI_PROPERTY,
-        COMMAND_KIND_COUNT,
-    };
-
-    // What one waiting call was given by the result that woke it. The shared slot may be
-    // overwritten (by the next result or a heartbeat tick) before the woken call looks,
-    // so each call judges its own copy.
+    // What the result that woke a waiting call gave it. processResult fills the one of
+    // each waiting kind and the call judges that copy, as the shared slot may be overwritten
+    // (by the next result or a heartbeat tick) before the woken call looks.
     struct Reply {
+        bool arrived = false;
         int retWait = -1;
         int cmd = -1;
         int param = -1;
         int rval = -1;
         char text[RESULT_TEXT_SIZE] = {};
-        bool matched(int cmdId) const { return retWait == 0 && cmd == cmdId; }
     };
 
     // What dump shows of one listener: the delivering thread counts, dump reads.
@@ -157,14 +137,6 @@ class LumacastService : public kora::lumacast::BnLumacast {
         std::atomic<uint64_t> busy{0};
     };
 
-    struct Delivery {
-        bool arrived = false;
-        int cmd = -1;
-        int param = -1;
-        int rval = -1;
-        char text[RESULT_TEXT_SIZE] = {};
-    };
-
     void insertListener(const ::android::sp<::kora::lumacast::ILumacastCallback>& callback);
     void removeListener(const ::android::sp<::kora::lumacast::ILumacastCallback>& callback);
     int callbackSize();
@@ -178,12 +150,16 @@ class LumacastService : public kora::lumacast::BnLumacast {
     template <typename F>
     void fanOut(F deliver);
 
-    // Steps of every camera command after the readiness check: false (after the busy
+    // Every camera operation: the row of `kind` in kCameraOperations run with the binder
+    // method's arguments, its result given to `out`.
+    template <CommandKind kind, typename Out, typename... Args>
+    ::android::binder::Status run(Out* out, const Args&... args);
+    // Steps of every camera operation after the readiness check: false (after the busy
     // message) when a call of this kind still waits; otherwise sends `text` and waits for
-    // the result. `sentFormat`, if given, logs the text once the packet is built.
-    bool exchange(CommandKind kind, int cmdId, const char* text, const char* busyMessage,
-                  int sentPriority, const char* sentFormat, Reply* reply);
-    SignalUtil*& signalFor(CommandKind kind);
+    // the result.
+    bool exchange(const CameraOperation& op, const char* text, Reply* reply);
+    // The wait signal field of `kind`; null for a value that names no kind.
+    SignalUtil** signalFor(CommandKind kind);
     // Wakes the call of `kind` if one waits, handing it the result; under mExchangeMutex.
     void wakeLocked(CommandKind kind, bool keepText, bool logSignal, const unsigned char* data,
                     int len);
@@ -223,6 +199,8 @@ class LumacastService : public kora::lumacast::BnLumacast {
     const char* mTimerName;
     ILumacastClient* mServiceClient;
     USBEventInterrupt* mUSBEventInterrupt;
+    // Every lock of this class is a POSIX mutex with default attributes, the kind the
+    // listener lock has always been, so that all of them read and behave alike.
     pthread_mutex_t mCallbackMutex;
     // Size of mCallbacks, changed under mCallbackMutex and read without it.
     std::atomic<int> mCallbackCount;
@@ -234,19 +212,19 @@ class LumacastService : public kora::lumacast::BnLumacast {
     // mListenerStatsMutex, so dump reads it with the second alone while a delivery waits
     // for a slow listener.
     std::vector<std::shared_ptr<ListenerStats>> mListenerStats;
-    std::mutex mListenerStatsMutex;
+    pthread_mutex_t mListenerStatsMutex;
     CommandCounters mCommands;
 
-    // The command exchange's shared state: signal fields, result slot, deliveries and
+    // The command exchange's shared state: signal fields, result slot, replies and
     // sResultText.
-    std::mutex mExchangeMutex;
-    Delivery mDeliveries[COMMAND_KIND_COUNT];
+    pthread_mutex_t mExchangeMutex;
+    Reply mReplies[COMMAND_KIND_COUNT];
     // mSendBuffer is rebuilt by one command at a time; the link copies it before the
     // next may begin.
-    std::mutex mSendMutex;
+    pthread_mutex_t mSendMutex;
     // The watcher and the timer use the link from their own threads; destroy() takes it
     // away under this lock so that neither meets a deleted link.
-    std::mutex mLinkMutex;
+    pthread_mutex_t mLinkMutex;
     bool mDestroyed;
 };
 

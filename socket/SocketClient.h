@@ -7,7 +7,7 @@
 #include <condition_variable>
 #include <mutex>
 
-#include "service/ILumacastClient.h"
+#include "util/ILumacastClient.h"
 #include "util/PThreadUtil.h"
 #include "util/SignalUtil.h"
 #include "util/ThreadObject.h"

@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-#include "service/ILumacastClient.h"
+#include "util/ILumacastClient.h"
 #include "util/PThreadUtil.h"
 #include "util/ThreadObject.h"
 

@@ -8,7 +8,7 @@
 
 #include <log/log.h>
 
-#include "service/ILumacastClient.h"
+#include "util/ILumacastClient.h"
 
 namespace android {
 namespace lumacast {

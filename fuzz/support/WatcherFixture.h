@@ -8,8 +8,8 @@
 #include <chrono>
 #include <thread>
 
-#include "service/ILumacastClient.h"
 #include "usb/USBEventInterrupt.h"
+#include "util/ILumacastClient.h"
 
 namespace lumacast::fuzz {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "service/ILumacastClient.h"
+#include "util/ILumacastClient.h"
 
 namespace lumacast::test {
 

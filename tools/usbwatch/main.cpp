@@ -7,8 +7,8 @@
 
 #include <atomic>
 
-#include "service/ILumacastClient.h"
 #include "usb/USBEventInterrupt.h"
+#include "util/ILumacastClient.h"
 
 using android::lumacast::ILumacastClient;
 using android::lumacast::USBEventInterrupt;

@@ -12,10 +12,10 @@
 #include <string>
 #include <vector>
 
-#include "service/ILumacastClient.h"
 #include "socket/SocketClient.h"
 #include "tests/support/Namespace.h"
 #include "tools/camsim/CameraSimulator.h"
+#include "util/ILumacastClient.h"
 
 namespace lumacast::test {
 

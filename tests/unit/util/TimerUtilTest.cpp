@@ -13,7 +13,7 @@
 
 #include <lumacast/host/LogCapture.h>
 
-#include "service/ILumacastClient.h"
+#include "util/ILumacastClient.h"
 
 using android::lumacast::ILumacastClient;
 using android::lumacast::TimerUtil;
