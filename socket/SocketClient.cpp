@@ -130,14 +130,26 @@ void SocketClient::endConnectAttempt() {
     mStateCond.notify_all();
 }
 
-int SocketClient::connectOrEnd(const char* socketFailed, const char* connectFailed) {
+int SocketClient::connectOrEnd(bool byInit) {
     int stage = 0;
     const int fd = connectCamera(&stage);
     if (fd < 0) {
         const int err = errno;
         mCounters.lastError.store(err, std::memory_order_relaxed);
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, stage == 0 ? socketFailed : connectFailed,
-                            fd, strerror(err), err);
+        // Literal formats at the call, so that -Wformat checks every one of them.
+        if (byInit) {
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                stage == 0
+                                        ? "SocketClient::init socket mSocketFD:%d failed!(%s,%d)"
+                                        : "SocketClient::init connect retSocket:%d failed!(%s,%d)",
+                                fd, strerror(err), err);
+        } else {
+            __android_log_print(
+                    ANDROID_LOG_ERROR, LOG_TAG,
+                    stage == 0 ? "SocketClient::reconnect socket socketFD:%d failed!(%s,%d)"
+                               : "SocketClient::reconnect connect ret:%d failed!(%s,%d)",
+                    fd, strerror(err), err);
+        }
         endConnectAttempt();
     }
     return fd;
@@ -214,8 +226,7 @@ bool SocketClient::init() {
         return false;
     }
     __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient::init connect ");
-    const int fd = connectOrEnd("SocketClient::init socket mSocketFD:%d failed!(%s,%d)",
-                                "SocketClient::init connect retSocket:%d failed!(%s,%d)");
+    const int fd = connectOrEnd(true);
     if (fd < 0 || !installSocket(fd)) return false;
 
     bool handOver = false;
@@ -244,8 +255,7 @@ bool SocketClient::reconnect() {
         connectState = CONNECTTING;
     }
     __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient::reconnect connect ");
-    const int fd = connectOrEnd("SocketClient::reconnect socket socketFD:%d failed!(%s,%d)",
-                                "SocketClient::reconnect connect ret:%d failed!(%s,%d)");
+    const int fd = connectOrEnd(false);
     if (fd < 0 || !installSocket(fd)) return false;
     mCounters.reconnects.fetch_add(1, std::memory_order_relaxed);
     __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient::reconnect success");

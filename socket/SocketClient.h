@@ -99,9 +99,9 @@ class SocketClient {
     // Opens a socket and connects it to the camera; -1 with errno set on failure. *stage
     // tells which call failed (0 socket, 1 connect).
     int connectCamera(int* stage);
-    // connectCamera for init and reconnect: a failure is logged with the text of the step
-    // that failed (socket or connect) and ends the attempt.
-    int connectOrEnd(const char* socketFailed, const char* connectFailed);
+    // connectCamera for init (byInit) and reconnect: a failure is logged with that caller's
+    // text of the step that failed (socket or connect) and ends the attempt.
+    int connectOrEnd(bool byInit);
     // Back to DISCONNECT, waking callers that wait for a connect under way.
     void endConnectAttempt();
     // Installs a connected socket unless shutdown is under way; false if refused.
