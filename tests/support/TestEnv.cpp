@@ -83,4 +83,14 @@ std::string readFile(const std::string& path) {
     return ss.str();
 }
 
+std::string lastLines(const std::string& text, size_t lines) {
+    size_t at = text.size();
+    while (lines-- > 0 && at > 0) {
+        const size_t nl = text.rfind('\n', at - 1);
+        if (nl == std::string::npos) return text;
+        at = nl;
+    }
+    return text.substr(at);
+}
+
 }  // namespace lumacast::test

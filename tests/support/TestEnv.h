@@ -19,4 +19,7 @@ void clearProperties();
 // The whole content of a file, byte for byte; "" when it cannot be read.
 std::string readFile(const std::string& path);
 
+// The last `lines` lines of a text (all of it when it has fewer), for failure messages.
+std::string lastLines(const std::string& text, size_t lines);
+
 }  // namespace lumacast::test

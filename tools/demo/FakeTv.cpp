@@ -33,17 +33,8 @@ using Clock = std::chrono::steady_clock;
 constexpr int kServiceWaitMs = 20000;
 constexpr int kControlReplyMs = 10000;
 
+using lumacast::test::lastLines;
 using lumacast::test::readFile;
-
-std::string tail(const std::string& text, size_t lines) {
-    size_t at = text.size();
-    while (lines-- > 0 && at > 0) {
-        const size_t nl = text.rfind('\n', at - 1);
-        if (nl == std::string::npos) return text;
-        at = nl;
-    }
-    return text.substr(at);
-}
 
 int connectUnix(const std::string& path) {
     sockaddr_un addr{};
@@ -155,7 +146,7 @@ bool FakeTv::startCamsim(const std::string& scene, std::string* why) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     *why = "camsim did not start (" + Process::describe(mCamsim.status()) +
-           "): " + tail(readFile(path("camsim.log")), 5);
+           "): " + lastLines(readFile(path("camsim.log")), 5);
     return false;
 }
 
@@ -243,7 +234,7 @@ bool FakeTv::daemonRunning(std::string* why) {
     if (mDaemon.running()) return true;
     if (why != nullptr) {
         *why = "lumacastd " + Process::describe(mDaemon.status()) +
-               "; its log ends:" + tail(daemonLog(), 15);
+               "; its log ends:" + lastLines(daemonLog(), 15);
     }
     return false;
 }

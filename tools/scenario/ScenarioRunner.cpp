@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "tests/support/FakeDevice.h"
+#include "tests/support/TestEnv.h"
 #include "tools/camsim/CameraWire.h"
 #include "tools/camsim/CommandIds.h"
 #include "tools/lumacastctl/MethodTable.h"
@@ -17,6 +18,7 @@
 using android::sp;
 using kora::lumacast::IKCameraMotor;
 using kora::lumacast::ILumacast;
+using lumacast::test::lastLines;
 
 namespace lumacast::scenario {
 
@@ -167,16 +169,6 @@ long long statusField(const std::string& status, const std::string& key) {
     const size_t at = status.find(" " + key + "=");
     if (at == std::string::npos) return -1;
     return strtoll(status.c_str() + at + key.size() + 2, nullptr, 10);
-}
-
-std::string lastLines(const std::string& text, size_t n) {
-    size_t at = text.size();
-    while (n-- > 0 && at > 0) {
-        const size_t nl = text.rfind('\n', at - 1);
-        if (nl == std::string::npos) return text;
-        at = nl;
-    }
-    return text.substr(at);
 }
 
 }  // namespace
