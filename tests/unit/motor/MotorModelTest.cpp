@@ -161,7 +161,8 @@ TEST_F(ModelTest, DamsonUsesBusOneAndTheVendorPin) {
     setGpio(152, "0");
     devsim::setPin("PIN_CAM_DET_SOC", 1);
     EXPECT_EQ(1, damson.get_switch_status());
-    devsim::setPin("PIN_CAM_DET_SOC", 0);
+    // Through the control command, as devsimctl and the scenarios set it.
+    EXPECT_EQ("ok", devsim::command("pin PIN_CAM_DET_SOC 0"));
     EXPECT_EQ(0, damson.get_switch_status());
     devsim::setPin("PIN_CAM_DET_SOC", 1);
     devsim::setVenusRefuses(true);
