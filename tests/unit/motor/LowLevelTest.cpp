@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <lumacast/host/LogCapture.h>
 #include <string.h>
-#include <sys/stat.h>
 
 #include <random>
 #include <string>
@@ -12,8 +11,6 @@
 #include "motor/lowlevel/GpioControl.h"
 #include "motor/lowlevel/I2cControl.h"
 #include "motor/lowlevel/MotorResult.h"
-#include "motor/lowlevel/VendorGpio.h"
-#include "tests/support/TestEnv.h"
 #include "tests/unit/motor/MotorTestEnv.h"
 
 using namespace android::lumacast;
@@ -45,17 +42,6 @@ TEST(Crc32Test, MatchesZlibOverRandomBuffersAndSplits) {
         crc = get_crc32(crc, data.data() + b, static_cast<uint32_t>(len - b));
         ASSERT_EQ(oracle, crc) << len << " split " << a << "/" << b;
     }
-}
-
-TEST(FileSizeTest, ReportsStatSizeOrMinusOne) {
-    const std::string dir = testTempDir();
-    EXPECT_EQ(-1, get_file_size((dir + "/missing").c_str()));
-    FILE* f = fopen((dir + "/empty").c_str(), "w");
-    ASSERT_NE(nullptr, f);
-    fclose(f);
-    EXPECT_EQ(0, get_file_size((dir + "/empty").c_str()));
-    Bytes bytes;
-    EXPECT_EQ(2500, get_file_size(MotorTest::writeImage(2500, &bytes).c_str()));
 }
 
 TEST_F(LowLevelTest, GpioValueFilesReadAndWrite) {
@@ -228,31 +214,6 @@ TEST_F(LowLevelTest, I2cFailuresAreReportedWithTheirOwnCodes) {
     EXPECT_EQ(-1, iic_write_data("/dev/i2c-2", 0x28, 0xE0, nullptr, 2));
     EXPECT_EQ(-1, iic_read("/dev/i2c-2", 0x28, 0x28, 0x21, buf, 0));
     EXPECT_EQ(-1, iic_read("/dev/i2c-2", 0x28, 0x28, 0x21, buf, 100000));
-}
-
-TEST_F(LowLevelTest, VendorGpioNamedPinRead) {
-    GPIO_PIN_VALUE pin{};
-    strcpy(pin.name, "PIN_CAM_DET_SOC");
-    devsim::setPin("PIN_CAM_DET_SOC", 1);
-    EXPECT_EQ(MOTOR_OK, _GPIOExecuteCommand(static_cast<int>(VENUS_GPIO_IOC_READ_PIN), &pin));
-    EXPECT_EQ(1, pin.value);
-
-    LogCapture log;
-    strcpy(pin.name, "PIN_UNKNOWN");
-    EXPECT_EQ(MOTOR_ERR_DEVICE,
-              _GPIOExecuteCommand(static_cast<int>(VENUS_GPIO_IOC_READ_PIN), &pin));
-    EXPECT_EQ(1u,
-              log.count("func = _GPIOExecuteCommand, ioctl fail!! errno = 22, Invalid argument\n",
-                        ANDROID_LOG_ERROR));
-    devsim::setVenusPresent(false);
-    EXPECT_EQ(MOTOR_ERR_DEVICE,
-              _GPIOExecuteCommand(static_cast<int>(VENUS_GPIO_IOC_READ_PIN), &pin));
-    EXPECT_EQ(1u, log.count("func = _open_GPIO_Device, gpio fd open fail!! errno = 2, No such file "
-                            "or directory\n",
-                            ANDROID_LOG_ERROR));
-    const auto requests = devsim::pinRequests();
-    ASSERT_EQ(2u, requests.size());
-    EXPECT_EQ("PIN_CAM_DET_SOC", requests[0].name);
 }
 
 }  // namespace

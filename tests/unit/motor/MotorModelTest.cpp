@@ -171,6 +171,12 @@ TEST_F(ModelTest, DamsonUsesBusOneAndTheVendorPin) {
     EXPECT_EQ(0, damson.get_switch_status());
     EXPECT_EQ(2u, log.count("func=get_switch_status, ret = 4096, value = 0", ANDROID_LOG_INFO));
     EXPECT_EQ(1u, log.count("func=get_switch_status, ret = 0, value = 1", ANDROID_LOG_INFO));
+    EXPECT_EQ(1u,
+              log.count("func = _GPIOExecuteCommand, ioctl fail!! errno = 5, Input/output error\n",
+                        ANDROID_LOG_ERROR));
+    EXPECT_EQ(1u, log.count("func = _open_GPIO_Device, gpio fd open fail!! errno = 2, No such file "
+                            "or directory\n",
+                            ANDROID_LOG_ERROR));
 }
 
 // Version texts are filled per thread: callers on different binder threads never see a
