@@ -63,19 +63,79 @@ TEST_F(ModelTest, BoardStringSelectsTheModel) {
     IMotor::releaseInstance(IMotor::getInstance(""));
 }
 
-TEST_F(ModelTest, BirchMovesByGpioAndReadsItsLines) {
+// Birch reads and drives its lines straight through the GPIO layer.
+TEST_F(ModelTest, BirchSwitchAndRiseStatusFromInputLines) {
     MotorBirch birch;
-    devsim::VirtualTime vt;
-    EXPECT_EQ(MOTOR_OK, birch.motor_up());
-    EXPECT_EQ(MOTOR_OK, birch.motor_down());
-    EXPECT_EQ("11", gpio(146) + gpio(147));
-    EXPECT_EQ("p200000 p200000 ", timeline());
+    struct {
+        const char* level;
+        int status;
+    } switchCases[] = {{"1", 1}, {"0", 0}, {"2", 2}, {"x", 2}};
+    for (const auto& c : switchCases) {
+        setGpio(152, c.level);
+        EXPECT_EQ(c.status, birch.get_switch_status()) << c.level;
+    }
+    removeGpio(152);
+    EXPECT_EQ(2, birch.get_switch_status());
+
+    struct {
+        const char* first;
+        const char* second;
+        int status;
+    } riseCases[] = {{"0", "0", 0}, {"0", "1", 0}, {"1", "0", 3}, {"1", "1", 4}, {"x", "0", 3}};
+    for (const auto& c : riseCases) {
+        setGpio(151, c.first);
+        setGpio(150, c.second);
+        EXPECT_EQ(c.status, birch.get_motor_status()) << c.first << c.second;
+    }
+    removeGpio(150);
+    setGpio(151, "0");
+    EXPECT_EQ(4, birch.get_motor_status());
+
+    // Without gpio151 the second line is not even read.
     setGpio(150, "0");
-    EXPECT_EQ(3, birch.get_motor_status());
-    setGpio(152, "1");
-    EXPECT_EQ(1, birch.get_switch_status());
+    removeGpio(151);
+    LogCapture log;
+    EXPECT_EQ(4, birch.get_motor_status());
+    EXPECT_EQ(0u, log.countContaining("gpio150"));
     devsim::setBoard(devsim::Board::None);
     EXPECT_EQ(0, birch.get_rotate_time());
+}
+
+TEST_F(ModelTest, BirchPulsesHoldOneLineLowForTheWholePause) {
+    MotorBirch birch;
+    devsim::VirtualTime vt;
+    LogCapture log;
+    // Each write by its line, and each pause with the levels of 146 and 147 during it.
+    std::string steps;
+    const std::string written = "fun = set_gpio_value, path = /sys/class/gpio/gpio";
+    size_t seen = 0;
+    const auto collect = [&] {
+        const auto entries = log.entries();
+        for (; seen < entries.size(); ++seen) {
+            if (entries[seen].text.rfind(written, 0) == 0) {
+                steps += "w" + entries[seen].text.substr(written.size(), 3) + " ";
+            }
+        }
+    };
+    devsim::setPauseHook([&](uint64_t us) {
+        collect();
+        steps += "p" + std::to_string(us) + ":" + gpio(146) + gpio(147) + " ";
+    });
+
+    EXPECT_EQ(MOTOR_OK, birch.motor_up());
+    EXPECT_EQ(MOTOR_OK, birch.motor_down());
+    collect();
+    EXPECT_EQ("w146 w147 p200000:01 w146 w146 w147 p200000:10 w147 ", steps);
+    EXPECT_EQ("1", gpio(146));
+    EXPECT_EQ("1", gpio(147));
+
+    // A line that cannot be written does not cut the pulse short.
+    removeGpio(147);
+    setGpio(146, "0");
+    EXPECT_EQ(MOTOR_OK, birch.motor_down());
+    EXPECT_EQ("1", gpio(146));
+    EXPECT_EQ(3u, devsim::pauses().size());
+    devsim::setPauseHook(nullptr);
 }
 
 TEST_F(ModelTest, BirchVersionIsValidatedAndFormatted) {
