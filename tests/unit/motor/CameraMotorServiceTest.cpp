@@ -24,6 +24,7 @@ namespace lumacast::test {
 namespace {
 
 using S = CameraMotorService;
+using Bytes = std::vector<uint8_t>;
 const char* const kStatusProperty = "persist.sys.kora.camera.status";
 
 class CameraMotorServiceTest : public MotorTest {
@@ -86,18 +87,27 @@ TEST_F(CameraMotorServiceTest, DefaultsUntilABoardStringNamesAModel) {
 
 TEST_F(CameraMotorServiceTest, CedarBoard) {
     setClientType("TV-MT9652-CEDAR-55");
-    devsim::withCedar(2, [](devsim::CedarMcu& m) {
-        m.state = 4;
-        m.riseTime = 37;
-        m.version = "CEDAR-1.2";
-    });
     EXPECT_TRUE(get<bool>(&S::is_support_motor));
     EXPECT_EQ(0, get<int32_t>(&S::motor_up));
     EXPECT_EQ(0, get<int32_t>(&S::motor_down));
-    EXPECT_EQ((std::vector<std::vector<uint8_t>>{{2}, {1}}), devsim::writesTo(2, 0x28, 0x23));
-    EXPECT_EQ(3, get<int32_t>(&S::get_motor_status));
-    EXPECT_EQ(37, get<int32_t>(&S::get_rise_time));
-    EXPECT_EQ("CEDAR-1.2", get<std::string>(&S::get_mcu_version));
+    devsim::withCedar(2, [](devsim::CedarMcu& m) { EXPECT_EQ((Bytes{2, 1}), m.commands); });
+    EXPECT_EQ((std::vector<Bytes>{{2}, {1}}), devsim::writesTo(2, 0x28, 0x23));
+
+    devsim::clearTransfers();
+    const int expected[] = {0, 1, 0, 2, 3};
+    for (int byte = 0; byte < 256; ++byte) {
+        devsim::withCedar(2, [&](devsim::CedarMcu& m) { m.state = static_cast<uint8_t>(byte); });
+        ASSERT_EQ(byte < 5 ? expected[byte] : 4, get<int32_t>(&S::get_motor_status)) << byte;
+    }
+    devsim::withCedar(2, [](devsim::CedarMcu& m) { m.riseTime = 0; });
+    EXPECT_EQ(0, get<int32_t>(&S::get_rise_time));
+    devsim::withCedar(2, [](devsim::CedarMcu& m) {
+        m.riseTime = 213;
+        m.version = "KORA-CEDAR-MCU-V12";
+    });
+    EXPECT_EQ(213, get<int32_t>(&S::get_rise_time));
+    EXPECT_EQ("KORA-CEDAR-MCU-V12", get<std::string>(&S::get_mcu_version));
+    EXPECT_EQ(times(256, "r21/1 ") + "r22/1 r22/1 r16/18 ", timeline());
     // Only a reading of exactly 1 is "on".
     for (const char* level : {"1", "0", "2"}) {
         setGpio(152, level);
@@ -131,6 +141,17 @@ TEST_F(CameraMotorServiceTest, CedarBoard) {
               std::string::npos)
             << dump();
     EXPECT_EQ(0u, dump("--help").find("cameramotorservice dump shows:\n  driver: "));
+
+    // Failures come back as the access layer's codes.
+    devsim::addFault({});
+    EXPECT_EQ(-1, get<int32_t>(&S::motor_up));
+    EXPECT_EQ(-1, get<int32_t>(&S::get_motor_status));
+    EXPECT_EQ(10000, get<int32_t>(&S::get_rise_time));
+    EXPECT_EQ("", get<std::string>(&S::get_mcu_version));
+    devsim::setBusPresent(2, false);
+    EXPECT_EQ(4096, get<int32_t>(&S::motor_down));
+    EXPECT_EQ(4096, get<int32_t>(&S::get_motor_status));
+    EXPECT_EQ(10000, get<int32_t>(&S::get_rise_time));
 }
 
 // The first model chosen stays for the life of the service: a later string neither switches
@@ -146,7 +167,7 @@ TEST_F(CameraMotorServiceTest, OneDriverPerService) {
     devsim::setPin("PIN_CAM_DET_SOC", 1);
     EXPECT_TRUE(get<bool>(&S::get_switch_status));
     EXPECT_EQ(0, get<int32_t>(&S::motor_down));
-    EXPECT_EQ((std::vector<std::vector<uint8_t>>{{1}}), devsim::writesTo(1, 0x28, 0x23));
+    EXPECT_EQ((std::vector<Bytes>{{1}}), devsim::writesTo(1, 0x28, 0x23));
 }
 
 TEST_F(CameraMotorServiceTest, StatusFlagIsPersisted) {

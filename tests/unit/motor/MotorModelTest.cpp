@@ -170,42 +170,6 @@ TEST_F(ModelTest, BirchVersionIsValidatedAndFormatted) {
     EXPECT_TRUE(log.contains("fun = get_mcu_version, iic_read fail", ANDROID_LOG_ERROR));
 }
 
-TEST_F(ModelTest, CedarDrivesAndReadsMcuRegisters) {
-    MotorCedar cedar;
-    EXPECT_EQ(MOTOR_OK, cedar.motor_up());
-    EXPECT_EQ(MOTOR_OK, cedar.motor_down());
-    devsim::withCedar(2, [](devsim::CedarMcu& m) { EXPECT_EQ((Bytes{2, 1}), m.commands); });
-    EXPECT_EQ((std::vector<Bytes>{{2}, {1}}), devsim::writesTo(2, 0x28, 0x23));
-
-    devsim::clearTransfers();
-    const int expected[] = {0, 1, 0, 2, 3};
-    for (int byte = 0; byte < 256; ++byte) {
-        devsim::withCedar(2, [&](devsim::CedarMcu& m) { m.state = static_cast<uint8_t>(byte); });
-        ASSERT_EQ(byte < 5 ? expected[byte] : 4, cedar.get_motor_status()) << byte;
-    }
-    devsim::withCedar(2, [](devsim::CedarMcu& m) { m.riseTime = 0; });
-    EXPECT_EQ(0, cedar.get_rotate_time());
-    devsim::withCedar(2, [](devsim::CedarMcu& m) { m.riseTime = 213; });
-    EXPECT_EQ(213, cedar.get_rotate_time());
-
-    devsim::withCedar(2, [](devsim::CedarMcu& m) { m.version = "KORA-CEDAR-MCU-V12"; });
-    EXPECT_STREQ("KORA-CEDAR-MCU-V12", cedar.get_mcu_version());
-    EXPECT_EQ(times(256, "r21/1 ") + "r22/1 r22/1 r16/18 ", timeline());
-    setGpio(152, "1");
-    EXPECT_EQ(1, cedar.get_switch_status());
-
-    // Failures come back as the access layer's codes.
-    devsim::addFault({});
-    EXPECT_EQ(-1, cedar.motor_up());
-    EXPECT_EQ(-1, cedar.get_motor_status());
-    EXPECT_EQ(10000, cedar.get_rotate_time());
-    EXPECT_STREQ("", cedar.get_mcu_version());
-    devsim::setBusPresent(2, false);
-    EXPECT_EQ(MOTOR_ERR_DEVICE, cedar.motor_down());
-    EXPECT_EQ(MOTOR_ERR_DEVICE, cedar.get_motor_status());
-    EXPECT_EQ(10000, cedar.get_rotate_time());
-}
-
 TEST_F(ModelTest, DamsonUsesBusOneAndTheVendorPin) {
     LogCapture log;
     MotorDamson damson;
