@@ -161,13 +161,48 @@ TEST_F(CameraMotorServiceTest, OneDriverPerService) {
     setClientType("MT9652-CEDAR");
     setClientType("");
     EXPECT_EQ("MOT-QN42R07-ZT3W105", get<std::string>(&S::get_mcu_version));
+
+    // A new service selects again: Damson, a Cedar on bus 1 with its switch on a vendor pin.
     mService.clear();
     mService = new CameraMotorService();
+    LogCapture log;
     setClientType("RTD51M-FIR");
-    devsim::setPin("PIN_CAM_DET_SOC", 1);
-    EXPECT_TRUE(get<bool>(&S::get_switch_status));
+    const int cedar = log.indexOf("func=MotorCedar");
+    EXPECT_GE(cedar, 0);
+    EXPECT_EQ(cedar + 1, log.indexOf("func=MotorDamson"));
+    devsim::withCedar(1, [](devsim::CedarMcu& m) { m.state = 3; });
+    EXPECT_EQ(2, get<int32_t>(&S::get_motor_status));
     EXPECT_EQ(0, get<int32_t>(&S::motor_down));
     EXPECT_EQ((std::vector<Bytes>{{1}}), devsim::writesTo(1, 0x28, 0x23));
+    EXPECT_TRUE(devsim::writesTo(2, 0x28, 0x23).empty());
+    std::vector<uint8_t> image;
+    const std::string path = writeImage(700, &image);
+    {
+        devsim::VirtualTime vt;
+        EXPECT_EQ(0, get<int32_t>(&S::mcu_upgrade, path));
+    }
+    devsim::withCedar(1, [&](devsim::CedarMcu& m) { EXPECT_EQ(image, m.image()); });
+    EXPECT_TRUE(devsim::writesTo(2, 0x28, 0xE4).empty());
+
+    // gpio152 reads "0" throughout: only the pin counts.
+    devsim::setPin("PIN_CAM_DET_SOC", 1);
+    EXPECT_TRUE(get<bool>(&S::get_switch_status));
+    // Through the control command, as devsimctl and the scenarios set it.
+    EXPECT_EQ("ok", devsim::command("pin PIN_CAM_DET_SOC 0"));
+    EXPECT_FALSE(get<bool>(&S::get_switch_status));
+    devsim::setPin("PIN_CAM_DET_SOC", 1);
+    devsim::setVenusRefuses(true);
+    EXPECT_FALSE(get<bool>(&S::get_switch_status));
+    devsim::setVenusPresent(false);
+    EXPECT_FALSE(get<bool>(&S::get_switch_status));
+    EXPECT_EQ(2u, log.count("func=get_switch_status, ret = 4096, value = 0", ANDROID_LOG_INFO));
+    EXPECT_EQ(1u, log.count("func=get_switch_status, ret = 0, value = 1", ANDROID_LOG_INFO));
+    EXPECT_EQ(1u,
+              log.count("func = _GPIOExecuteCommand, ioctl fail!! errno = 5, Input/output error\n",
+                        ANDROID_LOG_ERROR));
+    EXPECT_EQ(1u, log.count("func = _open_GPIO_Device, gpio fd open fail!! errno = 2, No such file "
+                            "or directory\n",
+                            ANDROID_LOG_ERROR));
 }
 
 TEST_F(CameraMotorServiceTest, StatusFlagIsPersisted) {

@@ -21,7 +21,6 @@ namespace devsim = lumacast::devsim;
 namespace lumacast::test {
 namespace {
 
-using Bytes = std::vector<uint8_t>;
 using ModelTest = MotorTest;
 
 const char* modelOf(IMotor* motor) {
@@ -168,39 +167,6 @@ TEST_F(ModelTest, BirchVersionIsValidatedAndFormatted) {
     devsim::setBusPresent(2, false);
     EXPECT_STREQ("", birch.get_mcu_version());
     EXPECT_TRUE(log.contains("fun = get_mcu_version, iic_read fail", ANDROID_LOG_ERROR));
-}
-
-TEST_F(ModelTest, DamsonUsesBusOneAndTheVendorPin) {
-    LogCapture log;
-    MotorDamson damson;
-    EXPECT_EQ(0, log.indexOf("func=MotorCedar"));
-    EXPECT_EQ(1, log.indexOf("func=MotorDamson"));
-
-    devsim::withCedar(1, [](devsim::CedarMcu& m) { m.state = 3; });
-    EXPECT_EQ(2, damson.get_motor_status());
-    EXPECT_EQ(MOTOR_OK, damson.motor_up());
-    EXPECT_EQ((std::vector<Bytes>{{2}}), devsim::writesTo(1, 0x28, 0x23));
-    EXPECT_TRUE(devsim::writesTo(2, 0x28, 0x23).empty());
-
-    setGpio(152, "0");
-    devsim::setPin("PIN_CAM_DET_SOC", 1);
-    EXPECT_EQ(1, damson.get_switch_status());
-    // Through the control command, as devsimctl and the scenarios set it.
-    EXPECT_EQ("ok", devsim::command("pin PIN_CAM_DET_SOC 0"));
-    EXPECT_EQ(0, damson.get_switch_status());
-    devsim::setPin("PIN_CAM_DET_SOC", 1);
-    devsim::setVenusRefuses(true);
-    EXPECT_EQ(0, damson.get_switch_status());
-    devsim::setVenusPresent(false);
-    EXPECT_EQ(0, damson.get_switch_status());
-    EXPECT_EQ(2u, log.count("func=get_switch_status, ret = 4096, value = 0", ANDROID_LOG_INFO));
-    EXPECT_EQ(1u, log.count("func=get_switch_status, ret = 0, value = 1", ANDROID_LOG_INFO));
-    EXPECT_EQ(1u,
-              log.count("func = _GPIOExecuteCommand, ioctl fail!! errno = 5, Input/output error\n",
-                        ANDROID_LOG_ERROR));
-    EXPECT_EQ(1u, log.count("func = _open_GPIO_Device, gpio fd open fail!! errno = 2, No such file "
-                            "or directory\n",
-                            ANDROID_LOG_ERROR));
 }
 
 // Version texts are filled per thread: callers on different binder threads never see a
