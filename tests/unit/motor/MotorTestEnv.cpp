@@ -102,14 +102,7 @@ void MotorTest::setGpio(int line, const std::string& value) {
     close(fd);
 }
 
-std::string MotorTest::gpio(int line) {
-    const int fd = open(gpioPath(line).c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return "<missing>";
-    char buf[16];
-    const ssize_t n = read(fd, buf, sizeof(buf));
-    close(fd);
-    return std::string(buf, n > 0 ? static_cast<size_t>(n) : 0);
-}
+std::string MotorTest::gpio(int line) { return readFile(gpioPath(line)); }
 
 void MotorTest::removeGpio(int line) { unlink(gpioPath(line).c_str()); }
 
