@@ -1,4 +1,3 @@
-#include <errno.h>
 #include <gtest/gtest.h>
 #include <lumacast/host/LogCapture.h>
 #include <unistd.h>

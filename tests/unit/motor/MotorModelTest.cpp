@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 #include <lumacast/host/LogCapture.h>
-#include <string.h>
 
 #include <atomic>
 #include <string>
