@@ -1,12 +1,11 @@
-// CameraMotorService through its binder stub, against devsim and fake GPIO files.
-#include <binder/Parcel.h>
+// CameraMotorService against devsim and fake GPIO files; the stub's parcels are pinned by the
+// dispatch tests with a fake service.
 #include <cutils/properties.h>
 #include <gtest/gtest.h>
 #include <lumacast/host/LogCapture.h>
 
 #include <algorithm>
 #include <atomic>
-#include <functional>
 #include <set>
 #include <string>
 #include <thread>
@@ -15,11 +14,8 @@
 #include "service/CameraMotorService.h"
 #include "tests/unit/motor/MotorTestEnv.h"
 
-using android::IBinder;
 using android::OK;
-using android::Parcel;
 using android::sp;
-using android::status_t;
 using android::lumacast::CameraMotorService;
 using lumacast::host::LogCapture;
 namespace devsim = lumacast::devsim;
@@ -27,80 +23,9 @@ namespace devsim = lumacast::devsim;
 namespace lumacast::test {
 namespace {
 
-enum Code : uint32_t {
-    kSetClientType = 1,
-    kMotorDown,
-    kMotorUp,
-    kGetMotorStatus,
-    kGetRiseTime,
-    kGetSwitchStatus,
-    kIsSupportMotor,
-    kSetStatus,
-    kGetStatus,
-    kGetMcuVersion,
-    kMcuUpgrade,
-};
-
+using S = CameraMotorService;
+using Bytes = std::vector<uint8_t>;
 const char* const kStatusProperty = "persist.sys.kora.camera.status";
-
-// A client that speaks the parcels of the interface to the service object.
-class Client {
-  public:
-    explicit Client(const sp<IBinder>& service) : mService(service) {}
-
-    // Sends a request; checks that the reply begins with an ok status and leaves `reply`
-    // positioned after it.
-    void call(uint32_t code, const std::function<void(Parcel&)>& args, Parcel* reply) {
-        Parcel data;
-        data.writeInterfaceToken(android::String16("kora.lumacast.IKCameraMotor"));
-        if (args) args(data);
-        EXPECT_EQ(OK, mService->transact(code, data, reply)) << code;
-        reply->setDataPosition(0);
-        int32_t exception = -1;
-        EXPECT_EQ(OK, reply->readInt32(&exception));
-        EXPECT_EQ(0, exception) << code;
-    }
-    int32_t integer(uint32_t code, const std::string& path = "") {
-        Parcel reply;
-        if (path.empty()) {
-            call(code, nullptr, &reply);
-        } else {
-            call(
-                    code, [&](Parcel& p) { p.writeUtf8AsUtf16(path); }, &reply);
-        }
-        int32_t v = -12345;
-        EXPECT_EQ(OK, reply.readInt32(&v));
-        return v;
-    }
-    bool boolean(uint32_t code) {
-        Parcel reply;
-        call(code, nullptr, &reply);
-        bool v = false;
-        EXPECT_EQ(OK, reply.readBool(&v));
-        return v;
-    }
-    std::string text(uint32_t code) {
-        Parcel reply;
-        call(code, nullptr, &reply);
-        std::string v = "<unset>";
-        EXPECT_EQ(OK, reply.readUtf8FromUtf16(&v));
-        return v;
-    }
-    void setClientType(const std::string& type) {
-        Parcel reply;
-        call(
-                kSetClientType, [&](Parcel& p) { p.writeUtf8AsUtf16(type); }, &reply);
-        EXPECT_EQ(4u, reply.dataSize());
-    }
-    void setStatus(bool status) {
-        Parcel reply;
-        call(
-                kSetStatus, [&](Parcel& p) { p.writeBool(status); }, &reply);
-    }
-
-  private:
-    sp<IBinder> mService;
-};
 
 class CameraMotorServiceTest : public MotorTest {
   protected:
@@ -111,6 +36,16 @@ class CameraMotorServiceTest : public MotorTest {
     void TearDown() override {
         mService.clear();  // releases the driver
         MotorTest::TearDown();
+    }
+    // The out-parameter of a call, which must report an ok status.
+    template <typename T, typename Method, typename... Args>
+    T get(Method method, const Args&... args) {
+        T value{};
+        EXPECT_TRUE(((*mService).*method)(args..., &value).isOk());
+        return value;
+    }
+    void setClientType(const std::string& type) {
+        EXPECT_TRUE(mService->set_client_type(type).isOk());
     }
     std::string dump(const char* arg = nullptr) {
         FILE* f = tmpfile();
@@ -133,44 +68,57 @@ class CameraMotorServiceTest : public MotorTest {
 };
 
 TEST_F(CameraMotorServiceTest, DefaultsUntilABoardStringNamesAModel) {
-    Client c(mService);
     LogCapture log;
     for (const char* type : {"", "UNKNOWN-BOARD", "mt9652-cedar"}) {
-        c.setClientType(type);
-        EXPECT_EQ(0, c.integer(kMotorUp));
-        EXPECT_EQ(0, c.integer(kMotorDown));
-        EXPECT_EQ(4, c.integer(kGetMotorStatus));
-        EXPECT_EQ(4, c.integer(kGetRiseTime));
-        EXPECT_TRUE(c.boolean(kGetSwitchStatus));
-        EXPECT_FALSE(c.boolean(kIsSupportMotor));
-        EXPECT_EQ("", c.text(kGetMcuVersion));
-        EXPECT_EQ(0, c.integer(kMcuUpgrade, "/no/such/image"));
+        setClientType(type);
+        EXPECT_EQ(0, get<int32_t>(&S::motor_up));
+        EXPECT_EQ(0, get<int32_t>(&S::motor_down));
+        EXPECT_EQ(4, get<int32_t>(&S::get_motor_status));
+        EXPECT_EQ(4, get<int32_t>(&S::get_rise_time));
+        EXPECT_TRUE(get<bool>(&S::get_switch_status));
+        EXPECT_FALSE(get<bool>(&S::is_support_motor));
+        EXPECT_EQ("", get<std::string>(&S::get_mcu_version));
+        EXPECT_EQ(0, get<int32_t>(&S::mcu_upgrade, std::string("/no/such/image")));
     }
     EXPECT_TRUE(devsim::transfers().empty());
     EXPECT_EQ(3u, log.count("CameraMotorService::get_mcu_version motorInstance is null",
                             ANDROID_LOG_DEBUG));
 }
 
-TEST_F(CameraMotorServiceTest, CedarBoardOverBinder) {
-    Client c(mService);
-    c.setClientType("TV-MT9652-CEDAR-55");
+TEST_F(CameraMotorServiceTest, CedarBoard) {
+    setClientType("TV-MT9652-CEDAR-55");
+    EXPECT_TRUE(get<bool>(&S::is_support_motor));
+    EXPECT_EQ(0, get<int32_t>(&S::motor_up));
+    EXPECT_EQ(0, get<int32_t>(&S::motor_down));
+    devsim::withCedar(2, [](devsim::CedarMcu& m) { EXPECT_EQ((Bytes{2, 1}), m.commands); });
+    EXPECT_EQ((std::vector<Bytes>{{2}, {1}}), devsim::writesTo(2, 0x28, 0x23));
+
+    devsim::clearTransfers();
+    const int expected[] = {0, 1, 0, 2, 3};
+    for (int byte = 0; byte < 256; ++byte) {
+        devsim::withCedar(2, [&](devsim::CedarMcu& m) { m.state = static_cast<uint8_t>(byte); });
+        ASSERT_EQ(byte < 5 ? expected[byte] : 4, get<int32_t>(&S::get_motor_status)) << byte;
+    }
+    devsim::withCedar(2, [](devsim::CedarMcu& m) { m.riseTime = 0; });
+    EXPECT_EQ(0, get<int32_t>(&S::get_rise_time));
     devsim::withCedar(2, [](devsim::CedarMcu& m) {
-        m.state = 4;
-        m.riseTime = 37;
-        m.version = "CEDAR-1.2";
+        m.riseTime = 213;
+        m.version = "KORA-CEDAR-MCU-V12";
     });
-    EXPECT_TRUE(c.boolean(kIsSupportMotor));
-    EXPECT_EQ(0, c.integer(kMotorUp));
-    EXPECT_EQ(0, c.integer(kMotorDown));
-    EXPECT_EQ((std::vector<std::vector<uint8_t>>{{2}, {1}}), devsim::writesTo(2, 0x28, 0x23));
-    EXPECT_EQ(3, c.integer(kGetMotorStatus));
-    EXPECT_EQ(37, c.integer(kGetRiseTime));
-    EXPECT_EQ("CEDAR-1.2", c.text(kGetMcuVersion));
+    EXPECT_EQ(213, get<int32_t>(&S::get_rise_time));
+    EXPECT_EQ("KORA-CEDAR-MCU-V12", get<std::string>(&S::get_mcu_version));
+    EXPECT_EQ(times(256, "r21/1 ") + "r22/1 r22/1 r16/18 ", timeline());
     // Only a reading of exactly 1 is "on".
     for (const char* level : {"1", "0", "2"}) {
         setGpio(152, level);
-        EXPECT_EQ(level[0] == '1', c.boolean(kGetSwitchStatus)) << level;
+        EXPECT_EQ(level[0] == '1', get<bool>(&S::get_switch_status)) << level;
     }
+    // Bytes from the MCU that are not UTF-8 must not reach a reply.
+    devsim::withCedar(2, [](devsim::CedarMcu& m) { m.version = "V1\xff\xfe"; });
+    LogCapture log;
+    EXPECT_EQ("", get<std::string>(&S::get_mcu_version));
+    EXPECT_TRUE(log.contains("CameraMotorService::get_mcu_version version is not text",
+                             ANDROID_LOG_ERROR));
 
     std::vector<uint8_t> image;
     const std::string path = writeImage(600, &image);
@@ -178,7 +126,7 @@ TEST_F(CameraMotorServiceTest, CedarBoardOverBinder) {
     // The dump taken while package 2 waits for its answer shows where the upgrade is.
     std::vector<std::string> during;
     devsim::setPauseHook([&](uint64_t) { during.push_back(dump()); });
-    EXPECT_EQ(0, c.integer(kMcuUpgrade, path));
+    EXPECT_EQ(0, get<int32_t>(&S::mcu_upgrade, path));
     devsim::setPauseHook(nullptr);
     devsim::withCedar(2, [&](devsim::CedarMcu& m) { EXPECT_EQ(image, m.image()); });
     EXPECT_EQ(1, std::count_if(during.begin(), during.end(), [](const std::string& d) {
@@ -188,71 +136,87 @@ TEST_F(CameraMotorServiceTest, CedarBoardOverBinder) {
     EXPECT_NE(dump().find("  firmware upgrade: last ended with 0 at package 3 of 3 ("),
               std::string::npos)
             << dump();
-    EXPECT_EQ(4096, c.integer(kMcuUpgrade, path + ".missing"));
+    EXPECT_EQ(4096, get<int32_t>(&S::mcu_upgrade, path + ".missing"));
     EXPECT_NE(dump().find("  firmware upgrade: last ended with 4096 at package 0 of 16777216 ("),
               std::string::npos)
             << dump();
     EXPECT_EQ(0u, dump("--help").find("cameramotorservice dump shows:\n  driver: "));
+
+    // Failures come back as the access layer's codes.
+    devsim::addFault({});
+    EXPECT_EQ(-1, get<int32_t>(&S::motor_up));
+    EXPECT_EQ(-1, get<int32_t>(&S::get_motor_status));
+    EXPECT_EQ(10000, get<int32_t>(&S::get_rise_time));
+    EXPECT_EQ("", get<std::string>(&S::get_mcu_version));
+    devsim::setBusPresent(2, false);
+    EXPECT_EQ(4096, get<int32_t>(&S::motor_down));
+    EXPECT_EQ(4096, get<int32_t>(&S::get_motor_status));
+    EXPECT_EQ(10000, get<int32_t>(&S::get_rise_time));
 }
 
-// Each service releases its driver, so a new one selects again.
-TEST_F(CameraMotorServiceTest, ServiceReleasesItsDriver) {
-    Client(mService).setClientType("MT9652-ELM");
-    EXPECT_EQ("MOT-QN42R07-ZT3W105", Client(mService).text(kGetMcuVersion));
+// The first model chosen stays for the life of the service: a later string neither switches
+// nor releases the driver. A new service selects again.
+TEST_F(CameraMotorServiceTest, OneDriverPerService) {
+    setClientType("MT9652-ELM");
+    setClientType("MT9652-CEDAR");
+    setClientType("");
+    EXPECT_EQ("MOT-QN42R07-ZT3W105", get<std::string>(&S::get_mcu_version));
+
+    // A new service selects again: Damson, a Cedar on bus 1 with its switch on a vendor pin.
     mService.clear();
     mService = new CameraMotorService();
-    Client c(mService);
-    c.setClientType("RTD51M-FIR");
-    devsim::setPin("PIN_CAM_DET_SOC", 1);
-    EXPECT_TRUE(c.boolean(kGetSwitchStatus));
-    EXPECT_EQ(0, c.integer(kMotorDown));
-    EXPECT_EQ((std::vector<std::vector<uint8_t>>{{1}}), devsim::writesTo(1, 0x28, 0x23));
-}
+    LogCapture log;
+    setClientType("RTD51M-FIR");
+    const int cedar = log.indexOf("func=MotorCedar");
+    EXPECT_GE(cedar, 0);
+    EXPECT_EQ(cedar + 1, log.indexOf("func=MotorDamson"));
+    devsim::withCedar(1, [](devsim::CedarMcu& m) { m.state = 3; });
+    EXPECT_EQ(2, get<int32_t>(&S::get_motor_status));
+    EXPECT_EQ(0, get<int32_t>(&S::motor_down));
+    EXPECT_EQ((std::vector<Bytes>{{1}}), devsim::writesTo(1, 0x28, 0x23));
+    EXPECT_TRUE(devsim::writesTo(2, 0x28, 0x23).empty());
+    std::vector<uint8_t> image;
+    const std::string path = writeImage(700, &image);
+    {
+        devsim::VirtualTime vt;
+        EXPECT_EQ(0, get<int32_t>(&S::mcu_upgrade, path));
+    }
+    devsim::withCedar(1, [&](devsim::CedarMcu& m) { EXPECT_EQ(image, m.image()); });
+    EXPECT_TRUE(devsim::writesTo(2, 0x28, 0xE4).empty());
 
-// The first model chosen stays for the life of the service: a later string neither
-// switches nor releases the driver.
-TEST_F(CameraMotorServiceTest, LaterBoardStringsKeepTheFirstDriver) {
-    Client c(mService);
-    c.setClientType("MT9652-CEDAR");
-    c.setClientType("RTD51M-FIR");
-    c.setClientType("");
-    EXPECT_EQ(0, c.integer(kMotorUp));
-    EXPECT_EQ(1u, devsim::writesTo(2, 0x28, 0x23).size());
-    EXPECT_TRUE(devsim::writesTo(1, 0x28, 0x23).empty());
+    // gpio152 reads "0" throughout: only the pin counts.
+    devsim::setPin("PIN_CAM_DET_SOC", 1);
+    EXPECT_TRUE(get<bool>(&S::get_switch_status));
+    // Through the control command, as devsimctl and the scenarios set it.
+    EXPECT_EQ("ok", devsim::command("pin PIN_CAM_DET_SOC 0"));
+    EXPECT_FALSE(get<bool>(&S::get_switch_status));
+    devsim::setPin("PIN_CAM_DET_SOC", 1);
+    devsim::setVenusRefuses(true);
+    EXPECT_FALSE(get<bool>(&S::get_switch_status));
+    devsim::setVenusPresent(false);
+    EXPECT_FALSE(get<bool>(&S::get_switch_status));
+    EXPECT_EQ(2u, log.count("func=get_switch_status, ret = 4096, value = 0", ANDROID_LOG_INFO));
+    EXPECT_EQ(1u, log.count("func=get_switch_status, ret = 0, value = 1", ANDROID_LOG_INFO));
+    EXPECT_EQ(1u,
+              log.count("func = _GPIOExecuteCommand, ioctl fail!! errno = 5, Input/output error\n",
+                        ANDROID_LOG_ERROR));
+    EXPECT_EQ(1u, log.count("func = _open_GPIO_Device, gpio fd open fail!! errno = 2, No such file "
+                            "or directory\n",
+                            ANDROID_LOG_ERROR));
 }
 
 TEST_F(CameraMotorServiceTest, StatusFlagIsPersisted) {
-    Client c(mService);
-    EXPECT_FALSE(c.boolean(kGetStatus));
-    c.setStatus(true);
+    EXPECT_FALSE(get<bool>(&S::get_status));
+    EXPECT_TRUE(mService->set_status(true).isOk());
     EXPECT_EQ("1", property());
-    EXPECT_TRUE(c.boolean(kGetStatus));
-    c.setStatus(false);
+    EXPECT_TRUE(get<bool>(&S::get_status));
+    EXPECT_TRUE(mService->set_status(false).isOk());
     EXPECT_EQ("0", property());
-    EXPECT_FALSE(c.boolean(kGetStatus));
+    EXPECT_FALSE(get<bool>(&S::get_status));
     property_set(kStatusProperty, "1-and-more");
-    EXPECT_TRUE(c.boolean(kGetStatus));
+    EXPECT_TRUE(get<bool>(&S::get_status));
     property_set(kStatusProperty, "true");
-    EXPECT_FALSE(c.boolean(kGetStatus));
-
-    // A request without its bool is refused by the parcel and stores nothing.
-    Parcel data;
-    Parcel reply;
-    data.writeInterfaceToken(android::String16("kora.lumacast.IKCameraMotor"));
-    EXPECT_NE(OK, mService->transact(kSetStatus, data, &reply));
-    EXPECT_EQ(0u, reply.dataSize());
-    EXPECT_EQ("true", property());
-}
-
-// Bytes from the MCU that are not UTF-8 must not break the reply.
-TEST_F(CameraMotorServiceTest, VersionThatIsNotTextIsReportedEmpty) {
-    Client c(mService);
-    c.setClientType("MT9652-CEDAR");
-    devsim::withCedar(2, [](devsim::CedarMcu& m) { m.version = "V1\xff\xfe"; });
-    LogCapture log;
-    EXPECT_EQ("", c.text(kGetMcuVersion));
-    EXPECT_TRUE(log.contains("CameraMotorService::get_mcu_version version is not text",
-                             ANDROID_LOG_ERROR));
+    EXPECT_FALSE(get<bool>(&S::get_status));
 }
 
 // Binder threads that race the first set_client_type see either the defaults or the one
@@ -265,16 +229,15 @@ TEST_F(CameraMotorServiceTest, CallsRacingTheSelectionSeeOneDriver) {
     std::vector<std::thread> threads;
     for (int t = 0; t < 6; ++t) {
         threads.emplace_back([&, t] {
-            Client c(mService);
             while (!go) std::this_thread::yield();
             for (int i = 0; i < 100; ++i) {
                 if (t < 2) {
-                    c.setClientType(t == 0 ? "MT9652-CEDAR" : "RTD51M-FIR");
+                    setClientType(t == 0 ? "MT9652-CEDAR" : "RTD51M-FIR");
                 } else {
-                    const int status = c.integer(kGetMotorStatus);
+                    const int status = get<int32_t>(&S::get_motor_status);
                     // 4: no driver yet; 2: Cedar's MCU; 3: Damson's.
                     if (status != 4 && status != 2 && status != 3) ++unexpected;
-                    c.boolean(kIsSupportMotor);
+                    get<bool>(&S::is_support_motor);
                 }
             }
         });
@@ -283,10 +246,9 @@ TEST_F(CameraMotorServiceTest, CallsRacingTheSelectionSeeOneDriver) {
     for (auto& th : threads) th.join();
     EXPECT_EQ(0, unexpected.load());
 
-    Client c(mService);
     devsim::clearTransfers();
     std::set<int> answers;
-    for (int i = 0; i < 5; ++i) answers.insert(c.integer(kGetMotorStatus));
+    for (int i = 0; i < 5; ++i) answers.insert(get<int32_t>(&S::get_motor_status));
     ASSERT_EQ(1u, answers.size());
     const int bus = *answers.begin() == 2 ? 2 : 1;
     EXPECT_EQ(5u, devsim::transfers().size());

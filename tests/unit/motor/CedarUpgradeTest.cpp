@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "motor/MotorCedar.h"
-#include "motor/MotorDamson.h"
 #include "motor/lowlevel/MotorResult.h"
 #include "tests/support/TestEnv.h"
 #include "tests/unit/motor/MotorTestEnv.h"
@@ -257,17 +256,6 @@ TEST_F(CedarUpgradeTest, BusFailuresDuringPackagesEndTheUpgrade) {
     EXPECT_EQ("wE0 p5000000 rE1/1 wE2 rE3/1 " + times(3, "wE4 p500000 rE5/5 ") + "wE6! p5000 " +
                       times(48, "wE6 p5000 rE7/2 p5000 ") + "wE6 p5000 rE7/2 ",
               timeline());
-}
-
-TEST_F(CedarUpgradeTest, DamsonUpgradesOverBusOne) {
-    Bytes image;
-    const std::string path = writeImage(700, &image);
-    devsim::setBoard(devsim::Board::Damson);
-    devsim::VirtualTime vt;
-    EXPECT_EQ(MOTOR_OK, MotorDamson().motor_mcu_upgrade(path));
-    devsim::withCedar(1, [&](devsim::CedarMcu& m) { EXPECT_EQ(image, m.image()); });
-    EXPECT_EQ(3u, devsim::writesTo(1, 0x28, 0xE4).size());
-    EXPECT_TRUE(writes(0xE4).empty());
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 #include <lumacast/host/LogCapture.h>
-#include <string.h>
 
 #include <atomic>
 #include <string>
@@ -21,7 +20,6 @@ namespace devsim = lumacast::devsim;
 namespace lumacast::test {
 namespace {
 
-using Bytes = std::vector<uint8_t>;
 using ModelTest = MotorTest;
 
 const char* modelOf(IMotor* motor) {
@@ -63,19 +61,79 @@ TEST_F(ModelTest, BoardStringSelectsTheModel) {
     IMotor::releaseInstance(IMotor::getInstance(""));
 }
 
-TEST_F(ModelTest, BirchMovesByGpioAndReadsItsLines) {
+// Birch reads and drives its lines straight through the GPIO layer.
+TEST_F(ModelTest, BirchSwitchAndRiseStatusFromInputLines) {
     MotorBirch birch;
-    devsim::VirtualTime vt;
-    EXPECT_EQ(MOTOR_OK, birch.motor_up());
-    EXPECT_EQ(MOTOR_OK, birch.motor_down());
-    EXPECT_EQ("11", gpio(146) + gpio(147));
-    EXPECT_EQ("p200000 p200000 ", timeline());
+    struct {
+        const char* level;
+        int status;
+    } switchCases[] = {{"1", 1}, {"0", 0}, {"2", 2}, {"x", 2}};
+    for (const auto& c : switchCases) {
+        setGpio(152, c.level);
+        EXPECT_EQ(c.status, birch.get_switch_status()) << c.level;
+    }
+    removeGpio(152);
+    EXPECT_EQ(2, birch.get_switch_status());
+
+    struct {
+        const char* first;
+        const char* second;
+        int status;
+    } riseCases[] = {{"0", "0", 0}, {"0", "1", 0}, {"1", "0", 3}, {"1", "1", 4}, {"x", "0", 3}};
+    for (const auto& c : riseCases) {
+        setGpio(151, c.first);
+        setGpio(150, c.second);
+        EXPECT_EQ(c.status, birch.get_motor_status()) << c.first << c.second;
+    }
+    removeGpio(150);
+    setGpio(151, "0");
+    EXPECT_EQ(4, birch.get_motor_status());
+
+    // Without gpio151 the second line is not even read.
     setGpio(150, "0");
-    EXPECT_EQ(3, birch.get_motor_status());
-    setGpio(152, "1");
-    EXPECT_EQ(1, birch.get_switch_status());
+    removeGpio(151);
+    LogCapture log;
+    EXPECT_EQ(4, birch.get_motor_status());
+    EXPECT_EQ(0u, log.countContaining("gpio150"));
     devsim::setBoard(devsim::Board::None);
     EXPECT_EQ(0, birch.get_rotate_time());
+}
+
+TEST_F(ModelTest, BirchPulsesHoldOneLineLowForTheWholePause) {
+    MotorBirch birch;
+    devsim::VirtualTime vt;
+    LogCapture log;
+    // Each write by its line, and each pause with the levels of 146 and 147 during it.
+    std::string steps;
+    const std::string written = "fun = set_gpio_value, path = /sys/class/gpio/gpio";
+    size_t seen = 0;
+    const auto collect = [&] {
+        const auto entries = log.entries();
+        for (; seen < entries.size(); ++seen) {
+            if (entries[seen].text.rfind(written, 0) == 0) {
+                steps += "w" + entries[seen].text.substr(written.size(), 3) + " ";
+            }
+        }
+    };
+    devsim::setPauseHook([&](uint64_t us) {
+        collect();
+        steps += "p" + std::to_string(us) + ":" + gpio(146) + gpio(147) + " ";
+    });
+
+    EXPECT_EQ(MOTOR_OK, birch.motor_up());
+    EXPECT_EQ(MOTOR_OK, birch.motor_down());
+    collect();
+    EXPECT_EQ("w146 w147 p200000:01 w146 w146 w147 p200000:10 w147 ", steps);
+    EXPECT_EQ("1", gpio(146));
+    EXPECT_EQ("1", gpio(147));
+
+    // A line that cannot be written does not cut the pulse short.
+    removeGpio(147);
+    setGpio(146, "0");
+    EXPECT_EQ(MOTOR_OK, birch.motor_down());
+    EXPECT_EQ("1", gpio(146));
+    EXPECT_EQ(3u, devsim::pauses().size());
+    devsim::setPauseHook(nullptr);
 }
 
 TEST_F(ModelTest, BirchVersionIsValidatedAndFormatted) {
@@ -108,68 +166,6 @@ TEST_F(ModelTest, BirchVersionIsValidatedAndFormatted) {
     devsim::setBusPresent(2, false);
     EXPECT_STREQ("", birch.get_mcu_version());
     EXPECT_TRUE(log.contains("fun = get_mcu_version, iic_read fail", ANDROID_LOG_ERROR));
-}
-
-TEST_F(ModelTest, CedarDrivesAndReadsMcuRegisters) {
-    MotorCedar cedar;
-    EXPECT_EQ(MOTOR_OK, cedar.motor_up());
-    EXPECT_EQ(MOTOR_OK, cedar.motor_down());
-    devsim::withCedar(2, [](devsim::CedarMcu& m) { EXPECT_EQ((Bytes{2, 1}), m.commands); });
-    EXPECT_EQ((std::vector<Bytes>{{2}, {1}}), devsim::writesTo(2, 0x28, 0x23));
-
-    devsim::clearTransfers();
-    const int expected[] = {0, 1, 0, 2, 3};
-    for (int byte = 0; byte < 256; ++byte) {
-        devsim::withCedar(2, [&](devsim::CedarMcu& m) { m.state = static_cast<uint8_t>(byte); });
-        ASSERT_EQ(byte < 5 ? expected[byte] : 4, cedar.get_motor_status()) << byte;
-    }
-    devsim::withCedar(2, [](devsim::CedarMcu& m) { m.riseTime = 0; });
-    EXPECT_EQ(0, cedar.get_rotate_time());
-    devsim::withCedar(2, [](devsim::CedarMcu& m) { m.riseTime = 213; });
-    EXPECT_EQ(213, cedar.get_rotate_time());
-
-    devsim::withCedar(2, [](devsim::CedarMcu& m) { m.version = "KORA-CEDAR-MCU-V12"; });
-    EXPECT_STREQ("KORA-CEDAR-MCU-V12", cedar.get_mcu_version());
-    EXPECT_EQ(times(256, "r21/1 ") + "r22/1 r22/1 r16/18 ", timeline());
-    setGpio(152, "1");
-    EXPECT_EQ(1, cedar.get_switch_status());
-
-    // Failures come back as the access layer's codes.
-    devsim::addFault({});
-    EXPECT_EQ(-1, cedar.motor_up());
-    EXPECT_EQ(-1, cedar.get_motor_status());
-    EXPECT_EQ(10000, cedar.get_rotate_time());
-    EXPECT_STREQ("", cedar.get_mcu_version());
-    devsim::setBusPresent(2, false);
-    EXPECT_EQ(MOTOR_ERR_DEVICE, cedar.motor_down());
-    EXPECT_EQ(MOTOR_ERR_DEVICE, cedar.get_motor_status());
-    EXPECT_EQ(10000, cedar.get_rotate_time());
-}
-
-TEST_F(ModelTest, DamsonUsesBusOneAndTheVendorPin) {
-    LogCapture log;
-    MotorDamson damson;
-    EXPECT_EQ(0, log.indexOf("func=MotorCedar"));
-    EXPECT_EQ(1, log.indexOf("func=MotorDamson"));
-
-    devsim::withCedar(1, [](devsim::CedarMcu& m) { m.state = 3; });
-    EXPECT_EQ(2, damson.get_motor_status());
-    EXPECT_EQ(MOTOR_OK, damson.motor_up());
-    EXPECT_EQ((std::vector<Bytes>{{2}}), devsim::writesTo(1, 0x28, 0x23));
-    EXPECT_TRUE(devsim::writesTo(2, 0x28, 0x23).empty());
-
-    setGpio(152, "0");
-    devsim::setPin("PIN_CAM_DET_SOC", 1);
-    EXPECT_EQ(1, damson.get_switch_status());
-    devsim::setPin("PIN_CAM_DET_SOC", 0);
-    EXPECT_EQ(0, damson.get_switch_status());
-    devsim::setPin("PIN_CAM_DET_SOC", 1);
-    devsim::setVenusRefuses(true);
-    EXPECT_EQ(0, damson.get_switch_status());
-    devsim::setVenusPresent(false);
-    EXPECT_EQ(0, damson.get_switch_status());
-    EXPECT_EQ(2u, log.count("func=get_switch_status, ret = 4096, value = 0", ANDROID_LOG_INFO));
-    EXPECT_EQ(1u, log.count("func=get_switch_status, ret = 0, value = 1", ANDROID_LOG_INFO));
 }
 
 // Version texts are filled per thread: callers on different binder threads never see a

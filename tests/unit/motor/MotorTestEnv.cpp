@@ -48,6 +48,17 @@ void mountFakeSysClass() {
 std::atomic<size_t> gFailSize{0};
 std::atomic<pid_t> gFailThread{0};
 
+int fdCount() {
+    DIR* d = opendir("/proc/self/fd");
+    if (d == nullptr) return -1;
+    int n = 0;
+    while (struct dirent* e = readdir(d)) {
+        if (e->d_name[0] != '.') ++n;
+    }
+    closedir(d);
+    return n - 1;  // the directory's own descriptor
+}
+
 }  // namespace
 
 bool failNextMalloc(size_t size) {
@@ -59,17 +70,6 @@ bool failNextMalloc(size_t size) {
     gFailSize = size;
     return true;
 #endif
-}
-
-int fdCount() {
-    DIR* d = opendir("/proc/self/fd");
-    if (d == nullptr) return -1;
-    int n = 0;
-    while (struct dirent* e = readdir(d)) {
-        if (e->d_name[0] != '.') ++n;
-    }
-    closedir(d);
-    return n - 1;  // the directory's own descriptor
 }
 
 void MotorTest::SetUp() {
@@ -102,14 +102,7 @@ void MotorTest::setGpio(int line, const std::string& value) {
     close(fd);
 }
 
-std::string MotorTest::gpio(int line) {
-    const int fd = open(gpioPath(line).c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return "<missing>";
-    char buf[16];
-    const ssize_t n = read(fd, buf, sizeof(buf));
-    close(fd);
-    return std::string(buf, n > 0 ? static_cast<size_t>(n) : 0);
-}
+std::string MotorTest::gpio(int line) { return readFile(gpioPath(line)); }
 
 void MotorTest::removeGpio(int line) { unlink(gpioPath(line).c_str()); }
 
@@ -126,11 +119,6 @@ std::vector<uint8_t> randomBytes(size_t n, uint32_t seed) {
     std::vector<uint8_t> out(n);
     for (auto& b : out) b = static_cast<uint8_t>(gen());
     return out;
-}
-
-uint32_t le32(const uint8_t* p) {
-    return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 |
-           static_cast<uint32_t>(p[2]) << 16 | static_cast<uint32_t>(p[3]) << 24;
 }
 
 uint16_t le16(const uint8_t* p) { return static_cast<uint16_t>(p[0] | p[1] << 8); }

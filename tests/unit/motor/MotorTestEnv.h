@@ -31,9 +31,7 @@ class MotorTest : public ::testing::Test {
     int mFdBaseline = 0;
 };
 
-int fdCount();
 std::vector<uint8_t> randomBytes(size_t n, uint32_t seed);
-uint32_t le32(const uint8_t* p);
 uint16_t le16(const uint8_t* p);
 // zlib's CRC-32, independent of the product's.
 uint32_t zlibCrc(const uint8_t* p, size_t n);
