@@ -249,32 +249,25 @@ class DeviceHeaderCheckTest(unittest.TestCase):
         # The reason travels with the name.
         self.assertIn("'lumacast/host/LogCapture.h' file not found", out)
         self.assertIn("'pthread_cancel' is unavailable", out)
-
-    def test_named_files_only(self):
-        write_tree(self.root, GOOD)
-        write_tree(self.root, BAD)
+        # Named files: only those are looked at.
         code, failed, out = run_check(self.root, "util/Platform.cpp", "util/Cancel.cpp")
-        self.assertEqual(code, 1, out)
-        self.assertEqual(failed, ["util/Cancel.cpp"], out)
+        self.assertEqual((code, failed), (1, ["util/Cancel.cpp"]), out)
 
-    def test_missing_daemon_module_fails(self):
-        write_tree(self.root, {"Android.bp": "cc_defaults { name: \"lumacastd_defaults\" }\n",
-                               "util/Ok.cpp": "int ok() { return 0; }\n"})
-        code, failed, out = run_check(self.root)
-        self.assertEqual(code, 1, out)
-        self.assertEqual(failed, ["Android.bp"], out)
-        self.assertIn("no cc_binary named lumacastd", out)
-
-    def test_blueprint_syntax_error_fails(self):
-        write_tree(self.root, GOOD)
+    def test_broken_blueprint_fails(self):
         # A comma missing between two properties of the daemon's module.
         broken = ANDROID_BP.replace('name: "lumacastd",', 'name: "lumacastd"')
-        self.assertNotEqual(broken, ANDROID_BP)
-        write_tree(self.root, {"Android.bp": broken})
-        code, failed, out = run_check(self.root)
-        self.assertEqual(code, 1, out)
-        self.assertEqual(failed, ["Android.bp"], out)
-        self.assertIn("parsing error", out)
+        cases = [
+            ("no cc_binary named lumacastd",
+             {"Android.bp": "cc_defaults { name: \"lumacastd_defaults\" }\n",
+              "util/Ok.cpp": "int ok() { return 0; }\n"}),
+            ("parsing error", dict(GOOD, **{"Android.bp": broken})),
+        ]
+        for reason, tree in cases:
+            with self.subTest(reason):
+                write_tree(self.root, tree)
+                code, failed, out = run_check(self.root)
+                self.assertEqual((code, failed), (1, ["Android.bp"]), out)
+                self.assertIn(reason, out)
 
 
 if __name__ == "__main__":
