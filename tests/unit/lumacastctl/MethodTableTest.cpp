@@ -180,14 +180,10 @@ TEST(MethodTableTest, EveryMotorMethodReachesItsOwnCall) {
 TEST(MethodTableTest, MalformedArgumentsAreRefusedBeforeAnyCall) {
     sp<FakeLumacast> fake = new FakeLumacast();
     const std::vector<std::vector<std::string>> bad = {
-            {"setZoomMode", "1"},                 // too few
-            {"setZoomMode", "1", "2", "3"},       // too many
-            {"setZoomMode", "1", "2147483648"},   // past int32
-            {"setZoomMode", "-2147483649", "0"},  // below int32
-            {"setZoomMode", "1", " 2"},           // blank
-            {"setZoomMode", "1", "2x"},           // trailing junk
-            {"setZoomMode", "0x", "1"},           // prefix without digits
-            {"setZoomSwitch", "yes"},             // not a bool
+            {"setZoomMode", "1"},            // too few
+            {"setZoomMode", "1", "2", "3"},  // too many
+            {"setZoomMode", "1", "2x"},      // not a number
+            {"setZoomSwitch", "yes"},        // not a bool
             {"setZoomSwitch", ""},
             {"getZoomSwitch", "1"},
             {"setCallback"},  // only through listen
@@ -226,7 +222,8 @@ TEST(ArgumentsTest, NumbersAreReadWholeAndInRange) {
     EXPECT_TRUE(parseInt32("010", &i));
     EXPECT_EQ(i, 10);
     i = 7;
-    for (const char* bad : {"", "-", "0x", "1e3", "4294967296", "+-1", "1.5", "0x1g"}) {
+    for (const char* bad : {"", "-", "0x", "1e3", "4294967296", "2147483648", "-2147483649", " 2",
+                            "2x", "+-1", "1.5", "0x1g"}) {
         EXPECT_FALSE(parseInt32(bad, &i)) << bad;
     }
     EXPECT_EQ(i, 7);
