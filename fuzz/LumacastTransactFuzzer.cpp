@@ -35,11 +35,11 @@ class Listener : public android::BnInterface<ILumacastCallback> {
 class Service : public BnLumacast, public lumacast::fuzz::ServiceDouble {
   public:
     bool callListener = false;
-    std::vector<sp<ILumacastCallback>> listeners;
+    sp<ILumacastCallback> listener;
 
     Status setCallback(const sp<ILumacastCallback>& cb, bool* r) override {
         FUZZ_CHECK(cb != nullptr, "null listener reached the service");
-        if (listeners.size() < 8) listeners.push_back(cb);
+        listener = cb;  // held past the transaction, as the service holds it
         if (callListener) {
             // Whatever the binder is (this service, a bare object, a listener), calling
             // it must come back with a status.
@@ -51,12 +51,6 @@ class Service : public BnLumacast, public lumacast::fuzz::ServiceDouble {
     }
     Status removeCallback(const sp<ILumacastCallback>& cb, bool* r) override {
         FUZZ_CHECK(cb != nullptr, "null listener reached the service");
-        for (auto it = listeners.begin(); it != listeners.end(); ++it) {
-            if (asBinder(*it) == asBinder(cb)) {
-                listeners.erase(it);
-                break;
-            }
-        }
         return giveBool(r);
     }
     Status setZoomSwitch(bool, bool* r) override { return giveBool(r); }
@@ -99,8 +93,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 in, service.get(), BnLumacast::TRANSACTION_setCallback,
                 BnLumacast::TRANSACTION_getZoomMode,
                 {nullptr, sp<IBinder>(new Listener), sp<IBinder>(new BBinder), service});
-        // The listeners may hold the service itself.
-        service->listeners.clear();
+        // The listener may be the service itself.
+        service->listener.clear();
     }
     const int after = lumacast::fuzz::openDescriptorCount();
     FUZZ_CHECK(after == descriptors, "descriptors %d -> %d", descriptors, after);
