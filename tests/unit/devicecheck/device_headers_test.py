@@ -186,26 +186,22 @@ class DeviceHeaderCheckTest(unittest.TestCase):
     def test_platform_code_passes(self):
         write_tree(self.root, GOOD)
         code, failed, out = run_check(self.root)
-        self.assertEqual(code, 0, out)
-        self.assertEqual(failed, [], out)
+        self.assertEqual((code, failed), (0, []), out)
         # Every unit was compiled: product files, the device test, two generated interfaces.
         m = re.search(r"(\d+) units checked .*\((\d+) product files, (\d+) device test sources, "
                       r"(\d+) aidl units\), 0 failed", out)
         self.assertIsNotNone(m, out)
         product = [f for f in GOOD if f.split("/")[0] != "tests" and f.endswith((".cpp", ".h"))]
         aidl = [f for f in GOOD if f.endswith(".aidl")]
-        self.assertEqual(int(m.group(2)), len(product), out)
-        self.assertEqual(int(m.group(3)), 1, out)
-        self.assertEqual(int(m.group(4)), len(aidl), out)
-        self.assertEqual(int(m.group(1)), len(product) + 1 + len(aidl), out)
+        self.assertEqual(tuple(int(g) for g in m.groups()),
+                         (len(product) + 1 + len(aidl), len(product), 1, len(aidl)), out)
 
     def test_every_refused_file_is_named(self):
         write_tree(self.root, GOOD)
         write_tree(self.root, BAD)
         code, failed, out = run_check(self.root)
-        self.assertEqual(code, 1, out)
         expected = {f for f in BAD if f != "motor/lowlevel/Orphan.cpp"} | {"Android.bp"}
-        self.assertEqual(set(failed), expected, out)
+        self.assertEqual((code, set(failed)), (1, expected), out)
         self.assertRegex(out, r"lumacastd does not compile: motor/lowlevel/Orphan\.cpp")
         # The reason travels with the name.
         self.assertIn("'lumacast/host/LogCapture.h' file not found", out)
