@@ -128,9 +128,9 @@ class ServiceDouble {
                 break;
             case Out::kString: {
                 std::string value;
-                FUZZ_CHECK(
-                        reply.readUtf8FromUtf16(&value) == OK && value == throughUtf16(mOutString),
-                        "string out-value changed");
+                FUZZ_CHECK(reply.readUtf8FromUtf16(&value) == OK &&
+                                   value == throughUtf16(mOutString),
+                           "string out-value changed");
                 break;
             }
             case Out::kNone:
