@@ -4,7 +4,6 @@
 // statuses and values the input picks, so the reply side is driven too; the stub's
 // promises are checked on every call (support/ServiceDouble.h).
 #include <binder/IInterface.h>
-#include <binder/Parcel.h>
 #include <binder/Status.h>
 #include <stdint.h>
 #include <stdlib.h>
@@ -13,23 +12,17 @@
 #include <vector>
 
 #include "aidl/BnLumacast.h"
-#include "fuzz/support/Check.h"
-#include "fuzz/support/FuzzInput.h"
-#include "fuzz/support/ParcelFuzz.h"
 #include "fuzz/support/ServiceDouble.h"
 
 namespace {
 
 using android::BBinder;
 using android::IBinder;
-using android::Parcel;
 using android::sp;
-using android::status_t;
 using android::binder::Status;
 using kora::lumacast::BnLumacast;
 using kora::lumacast::ILumacastCallback;
 using lumacast::fuzz::FuzzInput;
-using lumacast::fuzz::Token;
 
 // Called in place, without parcels, when the service calls it.
 class Listener : public android::BnInterface<ILumacastCallback> {
@@ -42,11 +35,11 @@ class Listener : public android::BnInterface<ILumacastCallback> {
 class Service : public BnLumacast, public lumacast::fuzz::ServiceDouble {
   public:
     bool callListener = false;
-    std::vector<sp<ILumacastCallback>> listeners;
+    sp<ILumacastCallback> listener;
 
     Status setCallback(const sp<ILumacastCallback>& cb, bool* r) override {
         FUZZ_CHECK(cb != nullptr, "null listener reached the service");
-        if (listeners.size() < 8) listeners.push_back(cb);
+        listener = cb;  // held past the transaction, as the service holds it
         if (callListener) {
             // Whatever the binder is (this service, a bare object, a listener), calling
             // it must come back with a status.
@@ -58,12 +51,6 @@ class Service : public BnLumacast, public lumacast::fuzz::ServiceDouble {
     }
     Status removeCallback(const sp<ILumacastCallback>& cb, bool* r) override {
         FUZZ_CHECK(cb != nullptr, "null listener reached the service");
-        for (auto it = listeners.begin(); it != listeners.end(); ++it) {
-            if (asBinder(*it) == asBinder(cb)) {
-                listeners.erase(it);
-                break;
-            }
-        }
         return giveBool(r);
     }
     Status setZoomSwitch(bool, bool* r) override { return giveBool(r); }
@@ -102,28 +89,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         service->plan(in);
         service->callListener = in.flag();
 
-        // Codes around the served range, the standard transactions, and anything else.
-        const uint32_t codes[] = {in.below(20), IBinder::INTERFACE_TRANSACTION,
-                                  IBinder::DUMP_TRANSACTION, IBinder::PING_TRANSACTION, in.u32()};
-        const uint32_t code = codes[in.below(5)];
-        const uint32_t flags = in.flag() ? IBinder::FLAG_ONEWAY : 0;
-
-        const std::vector<sp<IBinder>> binders = {nullptr, sp<IBinder>(new Listener),
-                                                  sp<IBinder>(new BBinder), service};
-        Parcel request;
-        const Token token =
-                lumacast::fuzz::buildRequest(in, &request, BnLumacast::descriptor, binders);
-        Parcel reply;
-        const status_t result = service->transact(code, request, &reply, flags);
-
-        if (code >= BnLumacast::TRANSACTION_setCallback &&
-            code <= BnLumacast::TRANSACTION_getZoomMode) {
-            service->checkServed(token, result, reply);
-        } else {
-            FUZZ_CHECK(service->calls() == 0, "code %u reached the service", code);
-        }
-        // The listeners may hold the service itself.
-        service->listeners.clear();
+        lumacast::fuzz::transactOnce(
+                in, service.get(), BnLumacast::TRANSACTION_setCallback,
+                BnLumacast::TRANSACTION_getZoomMode,
+                {nullptr, sp<IBinder>(new Listener), sp<IBinder>(new BBinder), service});
+        // The listener may be the service itself.
+        service->listener.clear();
     }
     const int after = lumacast::fuzz::openDescriptorCount();
     FUZZ_CHECK(after == descriptors, "descriptors %d -> %d", descriptors, after);

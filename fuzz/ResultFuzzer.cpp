@@ -101,70 +101,40 @@ class Camera {
     int mFrames = 0;
 };
 
+// One command's arguments from the input, and what it returned.
+struct Call {
+    int32_t a = 0;
+    int32_t b = 0;
+    std::string text;
+    bool r = false;
+    int32_t v = 0;
+    std::string out;  // the text queries' result
+};
+
+// The fifteen camera commands: the cmd_id of their answer, whether they return a text.
 struct Command {
     int cmdId;
     bool textQuery;
+    void (*run)(LumacastService* s, Call& c);
 };
 
-// Runs command `kind` (0..14) with arguments from the input; returns its text result for
-// the text queries.
-std::string run(LumacastService* s, int kind, int32_t a, int32_t b, const std::string& text) {
-    bool r = false;
-    int32_t v = 0;
-    std::string out;
-    switch (kind) {
-        case 0:
-            s->setZoomSwitch(a & 1, &r);
-            break;
-        case 1:
-            s->getZoomSwitch(&r);
-            break;
-        case 2:
-            s->getAiAlgoList(&v);
-            break;
-        case 3:
-            s->setAiSubscribeType(a, &r);
-            break;
-        case 4:
-            s->getAiSubscribeStatus(&v);
-            break;
-        case 5:
-            s->setAiSubscribe(a, text, &r);
-            break;
-        case 6:
-            s->getAiSubscribe(&out);
-            break;
-        case 7:
-            s->grabFrame(a, text, &r);
-            break;
-        case 8:
-            s->sendDoa(text, &r);
-            break;
-        case 9:
-            s->setAutoFraming(a, &r);
-            break;
-        case 10:
-            s->getAutoFraming(&r);
-            break;
-        case 11:
-            s->setZoomMode(a, b, &r);
-            break;
-        case 12:
-            s->getZoomMode(&out);
-            break;
-        case 13:
-            s->setAiProperty(text, &r);
-            break;
-        default:
-            s->getAiProperty(text, &out);
-            break;
-    }
-    return out;
-}
-
-const Command kCommands[15] = {{14, false}, {15, false}, {16, false}, {1, false}, {2, false},
-                               {1, false},  {2, true},   {3, false},  {4, false}, {12, false},
-                               {13, false}, {14, false}, {15, true},  {5, false}, {6, true}};
+const Command kCommands[15] = {
+        {14, false, [](LumacastService* s, Call& c) { s->setZoomSwitch(c.a & 1, &c.r); }},
+        {15, false, [](LumacastService* s, Call& c) { s->getZoomSwitch(&c.r); }},
+        {16, false, [](LumacastService* s, Call& c) { s->getAiAlgoList(&c.v); }},
+        {1, false, [](LumacastService* s, Call& c) { s->setAiSubscribeType(c.a, &c.r); }},
+        {2, false, [](LumacastService* s, Call& c) { s->getAiSubscribeStatus(&c.v); }},
+        {1, false, [](LumacastService* s, Call& c) { s->setAiSubscribe(c.a, c.text, &c.r); }},
+        {2, true, [](LumacastService* s, Call& c) { s->getAiSubscribe(&c.out); }},
+        {3, false, [](LumacastService* s, Call& c) { s->grabFrame(c.a, c.text, &c.r); }},
+        {4, false, [](LumacastService* s, Call& c) { s->sendDoa(c.text, &c.r); }},
+        {12, false, [](LumacastService* s, Call& c) { s->setAutoFraming(c.a, &c.r); }},
+        {13, false, [](LumacastService* s, Call& c) { s->getAutoFraming(&c.r); }},
+        {14, false, [](LumacastService* s, Call& c) { s->setZoomMode(c.a, c.b, &c.r); }},
+        {15, true, [](LumacastService* s, Call& c) { s->getZoomMode(&c.out); }},
+        {5, false, [](LumacastService* s, Call& c) { s->setAiProperty(c.text, &c.r); }},
+        {6, true, [](LumacastService* s, Call& c) { s->getAiProperty(c.text, &c.out); }},
+};
 
 // Whether value is what a text query may return after `text` (len bytes read) woke it:
 // the text up to its first zero, cut to fit the service's 100-byte buffer.
@@ -194,9 +164,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzInput in(data, size);
     const int kind = static_cast<int>(in.below(15));
-    const int32_t a = in.i32();
-    const int32_t b = in.i32();
-    const std::string arg = in.text(400);
+    Call call;  // touched by the caller thread until it has returned
+    call.a = in.i32();
+    call.b = in.i32();
+    call.text = in.text(400);
     const uint32_t lenChoice = in.u32();
     // The result as the link hands it on: the bytes it read (any of them zero) in a
     // buffer one longer than announced, zero at the end.
@@ -211,12 +182,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::mutex mutex;
     std::condition_variable cond;
     bool returned = false;
-    std::string value;
     std::thread caller([&] {
-        std::string v = run(gService, kind, a, b, arg);
+        command.run(gService, call);
         {
             std::lock_guard<std::mutex> lock(mutex);
-            value = std::move(v);
             returned = true;
             cond.notify_all();
         }
@@ -240,9 +209,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         FUZZ_CHECK(cond.wait_for(lock, 10s, [&] { return returned; }),
                    "command %d still waits after its answer", kind);
         if (command.textQuery) {
-            FUZZ_CHECK(isReturnedText(value, result.data(), static_cast<size_t>(len)) ||
-                               value == answer,
-                       "text query returned %zu bytes that no result held", value.size());
+            FUZZ_CHECK(isReturnedText(call.out, result.data(), static_cast<size_t>(len)) ||
+                               call.out == answer,
+                       "text query returned %zu bytes that no result held", call.out.size());
         }
     }
     caller.join();

@@ -55,6 +55,20 @@ struct Piece {
     }
 };
 
+// A piece of len bytes of which got are given (the rest read as zeros): the first
+// kKeptBytes, and whether all after those are zero.
+Piece piece(char what, int count, int param, const uint8_t* data, size_t got, int len) {
+    Piece p{what, count, param, len, {}, true};
+    const size_t kept = std::min(static_cast<size_t>(len), kKeptBytes);
+    p.bytes.assign(data, data + std::min(got, kept));
+    p.bytes.resize(kept, 0);
+    static const uint8_t zeros[64 * 1024] = {};
+    for (size_t i = kept; i < got && p.zeroTail; i += sizeof(zeros)) {
+        p.zeroTail = memcmp(data + i, zeros, std::min(sizeof(zeros), got - i)) == 0;
+    }
+    return p;
+}
+
 class Recorder : public ILumacastClient {
   public:
     void processCameraAdd() override {}
@@ -102,18 +116,7 @@ class Recorder : public ILumacastClient {
         FUZZ_CHECK(data[len] == 0, "no zero byte behind a block");
     }
     void add(char what, int count, int param, const unsigned char* data, int len) {
-        Piece p;
-        p.what = what;
-        p.count = count;
-        p.param = param;
-        p.len = len;
-        const size_t kept = std::min(static_cast<size_t>(len), kKeptBytes);
-        p.bytes.assign(data, data + kept);
-        static const uint8_t zeros[64 * 1024] = {};
-        for (size_t i = kept; i < static_cast<size_t>(len) && p.zeroTail; i += sizeof(zeros)) {
-            p.zeroTail = memcmp(data + i, zeros,
-                                std::min(sizeof(zeros), static_cast<size_t>(len) - i)) == 0;
-        }
+        Piece p = piece(what, count, param, data, static_cast<size_t>(len), len);
         std::lock_guard<std::mutex> lock(mMutex);
         mPieces.push_back(std::move(p));
     }
@@ -177,17 +180,6 @@ class Camera {
     bool mHasInput = false;
     bool mDone = false;
 };
-
-Piece piece(char what, int count, int param, const uint8_t* data, size_t got, int len) {
-    Piece p;
-    p.what = what;
-    p.count = count;
-    p.param = param;
-    p.len = len;
-    p.bytes.assign(data, data + got);
-    p.bytes.resize(std::min(static_cast<size_t>(len), kKeptBytes), 0);
-    return p;
-}
 
 // The wire format read from a stream that is all there at once: reads are short only at
 // its end.

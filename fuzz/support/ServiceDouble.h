@@ -1,11 +1,13 @@
 #pragma once
 
+#include <binder/IBinder.h>
 #include <binder/Parcel.h>
 #include <binder/Status.h>
 #include <lumacast/host/Utf.h>
 #include <stdint.h>
 
 #include <string>
+#include <vector>
 
 #include "fuzz/support/Check.h"
 #include "fuzz/support/FuzzInput.h"
@@ -183,5 +185,27 @@ class ServiceDouble {
     int32_t mOutInt = 0;
     std::string mOutString;
 };
+
+// One transaction into a stub whose service is a double: a code around the served range
+// first..last, a standard one or any other, and a request built from the input. Only a
+// served code may reach the service, and the reply must keep the stub's promises.
+template <typename Stub>
+void transactOnce(FuzzInput& in, Stub* service, uint32_t first, uint32_t last,
+                  const std::vector<android::sp<android::IBinder>>& binders) {
+    using android::IBinder;
+    const uint32_t codes[] = {in.below(last + 3), IBinder::INTERFACE_TRANSACTION,
+                              IBinder::DUMP_TRANSACTION, IBinder::PING_TRANSACTION, in.u32()};
+    const uint32_t code = codes[in.below(5)];
+    const uint32_t flags = in.flag() ? IBinder::FLAG_ONEWAY : 0;
+    android::Parcel request;
+    const Token token = buildRequest(in, &request, Stub::descriptor, binders);
+    android::Parcel reply;
+    const android::status_t result = service->transact(code, request, &reply, flags);
+    if (code >= first && code <= last) {
+        service->checkServed(token, result, reply);
+    } else {
+        FUZZ_CHECK(service->calls() == 0, "code %u reached the service", code);
+    }
+}
 
 }  // namespace lumacast::fuzz
