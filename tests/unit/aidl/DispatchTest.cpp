@@ -146,6 +146,7 @@ TEST(LumacastDispatchTest, EveryCodeReadsItsArgumentsAndWritesItsResult) {
 
 TEST(LumacastDispatchTest, RefusedRequestsLeaveTheReplyEmptyAndTheServiceUncalled) {
     sp<FakeLumacast> fake = new FakeLumacast();
+    const Writer nullBinder = [](Parcel& p) { p.writeStrongBinder(nullptr); };
     for (uint32_t code = 1; code <= 17; ++code) {
         Parcel reply;
         EXPECT_EQ(call(fake, code, ILumacastCallback::descriptor, nullptr, &reply), BAD_TYPE);
@@ -164,6 +165,11 @@ TEST(LumacastDispatchTest, RefusedRequestsLeaveTheReplyEmptyAndTheServiceUncalle
             {3, nullptr, NOT_ENOUGH_DATA},
             {6, nullptr, NOT_ENOUGH_DATA},
             {10, intValue(1), OK},  // the missing string is a null string
+            // A null listener gets only a null-pointer status; no binder at all is refused.
+            {1, nullBinder, OK},
+            {2, nullBinder, OK},
+            {1, intValue(0), BAD_TYPE},
+            {2, intValue(0), BAD_TYPE},
             {12,
              [](Parcel& p) {
                  p.writeInt32(3);
@@ -197,24 +203,7 @@ TEST(LumacastDispatchTest, RefusedRequestsLeaveTheReplyEmptyAndTheServiceUncalle
     EXPECT_EQ(fake->calls(), std::vector<std::string>{"getAiProperty(x)"});
 }
 
-TEST(LumacastDispatchTest, NullListenerGetsOnlyANullPointerStatus) {
-    sp<FakeLumacast> fake = new FakeLumacast();
-    for (uint32_t code : {1u, 2u}) {
-        Parcel reply;
-        EXPECT_EQ(call(
-                          fake, code, ILumacast::descriptor,
-                          [](Parcel& p) { p.writeStrongBinder(nullptr); }, &reply),
-                  OK);
-        EXPECT_EQ(bytesOf(reply), statusReply(Status::fromExceptionCode(Status::EX_NULL_POINTER)));
-        // A binder that is no binder at all is refused the same way.
-        Parcel junk;
-        EXPECT_EQ(call(fake, code, ILumacast::descriptor, intValue(0), &junk), BAD_TYPE);
-    }
-    EXPECT_TRUE(fake->calls().empty());
-    EXPECT_EQ(fake->listenerCount(), 0u);
-}
-
-TEST(LumacastDispatchTest, OtherCodesAreBBindersToAnswer) {
+TEST(LumacastDispatchTest, OtherCodesAndOtherDescriptorsAreBBindersToAnswer) {
     sp<FakeLumacast> fake = new FakeLumacast();
     for (uint32_t code : {0u, 18u, 0x00ffffffu}) {
         Parcel reply;
@@ -227,6 +216,15 @@ TEST(LumacastDispatchTest, OtherCodesAreBBindersToAnswer) {
     EXPECT_EQ(reply.readString16(), ILumacast::descriptor);
     EXPECT_EQ(fake->transact(IBinder::PING_TRANSACTION, Parcel(), &reply), OK);
     EXPECT_TRUE(fake->calls().empty());
+
+    // The local interface only for the exact descriptor.
+    EXPECT_EQ(fake->queryLocalInterface(String16("kora.lumacast.ILumacast")).get(),
+              static_cast<IInterface*>(fake.get()));
+    for (const char16_t* other : {u"kora.lumacast.ILumacas", u"kora.lumacast.ILumacastCallback",
+                                  u"Kora.lumacast.ILumacast", u""}) {
+        EXPECT_EQ(fake->queryLocalInterface(String16(other)), nullptr);
+    }
+    EXPECT_EQ(fake->queryLocalInterface(String16(u"kora.lumacast.ILumacast\0", 24)), nullptr);
 }
 
 TEST(LumacastDispatchTest, StatusesThatAreNotOkTravelAlone) {
@@ -246,19 +244,6 @@ TEST(LumacastDispatchTest, StatusesThatAreNotOkTravelAlone) {
     Parcel r3;
     EXPECT_EQ(call(fake, 4, ILumacast::descriptor, nullptr, &r3), NO_MEMORY);
     EXPECT_EQ(r3.dataSize(), 0u);
-}
-
-TEST(LumacastDispatchTest, LocalInterfaceOnlyForTheExactDescriptor) {
-    sp<FakeLumacast> fake = new FakeLumacast();
-    EXPECT_EQ(String8(fake->getInterfaceDescriptor()), String8("kora.lumacast.ILumacast"));
-    EXPECT_EQ(fake->queryLocalInterface(String16("kora.lumacast.ILumacast")).get(),
-              static_cast<IInterface*>(fake.get()));
-    for (const char16_t* other : {u"kora.lumacast.ILumacas", u"kora.lumacast.ILumacastCallback",
-                                  u"Kora.lumacast.ILumacast", u""}) {
-        EXPECT_EQ(fake->queryLocalInterface(String16(other)), nullptr);
-    }
-    EXPECT_EQ(fake->queryLocalInterface(String16(u"kora.lumacast.ILumacast\0", 24)), nullptr);
-    EXPECT_EQ(IInterface::asBinder(fake).get(), static_cast<IBinder*>(fake.get()));
 }
 
 // Copied by static constructors of this file, which run before any of the interface library

@@ -157,15 +157,6 @@ ReplyBody replyOf(const Message& m) {
     return r;
 }
 
-Bytes string16Parcel(const std::u16string& s) {
-    Bytes b;
-    append(&b, static_cast<int32_t>(s.size()));
-    for (char16_t c : s) append(&b, c);
-    append(&b, char16_t(0));
-    if (b.size() % 4) b.resize(b.size() + 2, 0);
-    return b;
-}
-
 class HostileWireTest : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -184,8 +175,10 @@ class HostileWireTest : public ::testing::Test {
     // A greeted session and the service's address as the directory hands it out.
     uint64_t lookUp(RawPeer& peer) {
         EXPECT_TRUE(peer.hello());
-        std::u16string name(mName.begin(), mName.end());
-        EXPECT_TRUE(peer.transact(1, 0, kGetServiceTransaction, string16Parcel(name)));
+        Parcel name;
+        name.writeString16(String16(mName.c_str()));
+        EXPECT_TRUE(peer.transact(1, 0, kGetServiceTransaction,
+                                  Bytes(name.data(), name.data() + name.dataSize())));
         Message m;
         if (!peer.next(&m) || m.header.command != CMD_REPLY) return 0;
         const ReplyBody r = replyOf(m);
@@ -309,6 +302,8 @@ TEST_F(HostileWireTest, RefusedParcelHandsBackTheReferencesItCarried) {
 }
 
 TEST_F(HostileWireTest, ProtocolViolationsEndTheSessionAndLeakNothing) {
+    int fds[2];
+    ASSERT_EQ(pipe2(fds, O_CLOEXEC), 0);
     const size_t baseline = openFdCount();
     using Violation = std::function<void(RawPeer&)>;
     const std::vector<std::pair<const char*, Violation>> violations = {
@@ -356,6 +351,13 @@ TEST_F(HostileWireTest, ProtocolViolationsEndTheSessionAndLeakNothing) {
                  p.hello();
                  p.hello();
              }},
+            {"release carrying a descriptor it did not announce",
+             [&](RawPeer& p) {
+                 p.hello();
+                 Bytes body;
+                 append(&body, ReleaseBody{1, 1, 0});
+                 p.send(CMD_RELEASE, body, 0, fds[1]);
+             }},
     };
     for (const auto& [what, violate] : violations) {
         RawPeer peer(mSocketPath);
@@ -371,22 +373,9 @@ TEST_F(HostileWireTest, ProtocolViolationsEndTheSessionAndLeakNothing) {
     RawPeer good(mSocketPath);
     const uint64_t address = lookUp(good);
     EXPECT_EQ(addOne(good, address, 1, 2), 2);
-}
 
-TEST_F(HostileWireTest, UnannouncedDescriptorsAreClosed) {
-    int fds[2];
-    ASSERT_EQ(pipe2(fds, O_CLOEXEC), 0);
-    {
-        RawPeer peer(mSocketPath);
-        ASSERT_TRUE(peer.hello());
-        // A release carrying a descriptor it did not announce.
-        Bytes body;
-        append(&body, ReleaseBody{1, 1, 0});
-        ASSERT_TRUE(peer.send(CMD_RELEASE, body, 0, fds[1]));
-        EXPECT_TRUE(peer.closedByServer());
-    }
+    // Our write end was the last one besides the server's copy of the unannounced one.
     close(fds[1]);
-    // Our write end was the last one besides the server's copy.
     pollfd p{fds[0], POLLIN, 0};
     ASSERT_EQ(poll(&p, 1, 5000), 1);
     char c;

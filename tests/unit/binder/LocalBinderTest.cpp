@@ -128,7 +128,7 @@ TEST(LocalBinderTest, DumpTransactionPassesDescriptorAndArguments) {
     close(fds[1]);
 }
 
-TEST(ServiceManagerTest, NamesAreCheckedAsTheServiceManagerDoes) {
+TEST(ServiceManagerTest, NamesAreCheckedAndListingFiltersByDumpPriority) {
     sp<IServiceManager> sm = defaultServiceManager();
     sp<BBinder> b = new BBinder();
     EXPECT_EQ(sm->addService(String16(""), b), BAD_VALUE);
@@ -138,34 +138,26 @@ TEST(ServiceManagerTest, NamesAreCheckedAsTheServiceManagerDoes) {
     EXPECT_EQ(sm->addService(String16("nothing"), nullptr), UNEXPECTED_NULL);
 
     const String16 slashed("vendor.test.IFoo/default");
-    ASSERT_EQ(sm->addService(slashed, b), OK);
+    ASSERT_EQ(sm->addService(slashed, b, false, IServiceManager::DUMP_FLAG_PRIORITY_CRITICAL), OK);
     EXPECT_EQ(sm->checkService(slashed).get(), static_cast<IBinder*>(b.get()));
     EXPECT_EQ(sm->getService(slashed).get(), static_cast<IBinder*>(b.get()));
     EXPECT_EQ(sm->checkService(String16("never.added")), nullptr);
-    bool listed = false;
-    for (const String16& s : sm->listServices()) listed |= s == slashed;
-    EXPECT_TRUE(listed);
-}
 
-TEST(ServiceManagerTest, ListingFiltersByDumpPriority) {
-    sp<IServiceManager> sm = defaultServiceManager();
-    ASSERT_EQ(sm->addService(String16("prio.critical"), new BBinder(), false,
-                             IServiceManager::DUMP_FLAG_PRIORITY_CRITICAL),
-              OK);
-    ASSERT_EQ(sm->addService(String16("prio.default"), new BBinder(), false,
+    const String16 byDefault("prio.default");
+    ASSERT_EQ(sm->addService(byDefault, new BBinder(), false,
                              IServiceManager::DUMP_FLAG_PRIORITY_DEFAULT),
               OK);
-    auto has = [&](int flags, const char* name) {
+    auto has = [&](int flags, const String16& name) {
         for (const String16& s : sm->listServices(flags)) {
-            if (s == String16(name)) return true;
+            if (s == name) return true;
         }
         return false;
     };
-    EXPECT_TRUE(has(IServiceManager::DUMP_FLAG_PRIORITY_ALL, "prio.critical"));
-    EXPECT_TRUE(has(IServiceManager::DUMP_FLAG_PRIORITY_ALL, "prio.default"));
-    EXPECT_TRUE(has(IServiceManager::DUMP_FLAG_PRIORITY_CRITICAL, "prio.critical"));
-    EXPECT_FALSE(has(IServiceManager::DUMP_FLAG_PRIORITY_CRITICAL, "prio.default"));
-    EXPECT_FALSE(has(IServiceManager::DUMP_FLAG_PRIORITY_DEFAULT, "prio.critical"));
+    EXPECT_TRUE(has(IServiceManager::DUMP_FLAG_PRIORITY_ALL, slashed));
+    EXPECT_TRUE(has(IServiceManager::DUMP_FLAG_PRIORITY_ALL, byDefault));
+    EXPECT_TRUE(has(IServiceManager::DUMP_FLAG_PRIORITY_CRITICAL, slashed));
+    EXPECT_FALSE(has(IServiceManager::DUMP_FLAG_PRIORITY_CRITICAL, byDefault));
+    EXPECT_FALSE(has(IServiceManager::DUMP_FLAG_PRIORITY_DEFAULT, slashed));
 }
 
 }  // namespace

@@ -122,16 +122,6 @@ TEST(StringTest, CopyHelpersNeverOverrunTheDestination) {
     EXPECT_EQ(std::u16string(u"abc"), std::u16string(dst));
 }
 
-TEST(StringTest, FormatAndAppend) {
-    String8 s = String8::format("%d-%s", 42, "x");
-    s.appendFormat("/%05d", 7);
-    s.append("!");
-    EXPECT_STREQ("42-x/00007!", s.string());
-    String16 a(u"ab");
-    a.append(String16(u"cd"));
-    EXPECT_EQ(String16("abcd"), a);
-}
-
 TEST(StringTest, StaticStringBehavesAsAnyOther) {
     static const android::StaticString16 kStatic(u"a.B");
     String16 copy(kStatic);
