@@ -206,6 +206,8 @@ TEST(ParcelLayoutTest, StatusIsWrittenAndReadAsLibbinderDoes) {
     EXPECT_EQ(s.exceptionCode(), Status::EX_SERVICE_SPECIFIC);
     EXPECT_EQ(s.serviceSpecificErrorCode(), 42);
     EXPECT_EQ(String8(s.exceptionMessage()), String8("m"));
+    // The text lumacastctl prints for a failed call.
+    EXPECT_STREQ(s.toString8().c_str(), "Status(-8, EX_SERVICE_SPECIFIC): '42: m'");
     EXPECT_EQ(s.readFromParcel(p), NOT_ENOUGH_DATA);
     EXPECT_EQ(s.exceptionCode(), Status::EX_TRANSACTION_FAILED);
     EXPECT_EQ(s.transactionError(), NOT_ENOUGH_DATA);
