@@ -60,21 +60,18 @@ status_t call(const sp<IBinder>& b, uint32_t code, const String16& token, const 
     return b->transact(code, data, reply);
 }
 
-// A listener that is nothing but a plain binder: records what reaches it.
+// A listener that is nothing but a plain binder: notes the code that reached it and
+// answers as told.
 class RecordingBinder : public BBinder {
   public:
     status_t answer = OK;
     Status status = Status::ok();
     bool writeStatus = true;
     uint32_t code = 0;
-    uint32_t flags = 0xffff;
-    Bytes request;
 
   protected:
-    status_t onTransact(uint32_t c, const Parcel& data, Parcel* reply, uint32_t f) override {
+    status_t onTransact(uint32_t c, const Parcel&, Parcel* reply, uint32_t) override {
         code = c;
-        flags = f;
-        request = bytesOf(data);
         if (writeStatus) status.writeToParcel(reply);
         return answer;
     }
@@ -321,53 +318,21 @@ TEST(MotorDispatchTest, RefusedRequestsLeaveTheReplyEmptyAndTheServiceUncalled) 
     EXPECT_EQ(bytesOf(r), statusReply(Status::fromExceptionCode(Status::EX_SECURITY)));
 }
 
-TEST(ListenerProxyTest, RequestsAreTheTokenThenTheArguments) {
+// The request bytes are checked by the callback-reply fuzzer's corpus and by the
+// generated listener stub in CompatTest; here, what comes back.
+TEST(ListenerProxyTest, RefusalsAndAnswersBecomeTheCallsStatus) {
     sp<RecordingBinder> remote = new RecordingBinder();
     sp<BpLumacastCallback> proxy = new BpLumacastCallback(remote);
-    auto expected = [](const Writer& args) {
-        Parcel p;
-        p.writeInterfaceToken(ILumacastCallback::descriptor);
-        args(p);
-        return bytesOf(p);
-    };
-
-    EXPECT_TRUE(proxy->onFrame(2, 7, {1, 2, 3}).isOk());
-    EXPECT_EQ(remote->code, 3u);
-    EXPECT_EQ(remote->flags, 0u);
-    EXPECT_EQ(remote->request, expected([](Parcel& p) {
-                  p.writeInt32(2);
-                  p.writeInt32(7);
-                  p.writeByteVector(std::vector<uint8_t>{1, 2, 3});
-              }));
-
-    EXPECT_TRUE(proxy->onProtoBuf({}).isOk());
-    EXPECT_EQ(remote->code, 2u);
-    EXPECT_EQ(remote->request, expected([](Parcel& p) { p.writeInt32(0); }));
-
-    EXPECT_TRUE(proxy->onAiData("{\"a\":\"\xc3\xa9\"}").isOk());
-    EXPECT_EQ(remote->code, 1u);
-    EXPECT_EQ(remote->request,
-              expected([](Parcel& p) { p.writeUtf8AsUtf16(std::string("{\"a\":\"\xc3\xa9\"}")); }));
 
     // Text that is no UTF-8 never leaves.
-    remote->code = 0;
-    const Status bad = proxy->onAiData("\xff");
-    EXPECT_EQ(bad.transactionError(), BAD_VALUE);
+    EXPECT_EQ(proxy->onAiData("\xff").transactionError(), BAD_VALUE);
     EXPECT_EQ(remote->code, 0u);
-}
-
-TEST(ListenerProxyTest, AnswersBecomeTheCallsStatus) {
-    sp<RecordingBinder> remote = new RecordingBinder();
-    sp<BpLumacastCallback> proxy = new BpLumacastCallback(remote);
 
     remote->answer = UNKNOWN_TRANSACTION;
     remote->writeStatus = false;
     Status s = proxy->onFrame(1, 1, {});
     EXPECT_EQ(s.exceptionCode(), Status::EX_TRANSACTION_FAILED);
     EXPECT_EQ(s.transactionError(), UNKNOWN_TRANSACTION);
-
-    remote->answer = DEAD_OBJECT;
-    EXPECT_EQ(proxy->onAiData("x").transactionError(), DEAD_OBJECT);
 
     remote->answer = OK;
     remote->writeStatus = true;
