@@ -213,7 +213,8 @@ class HostileWireTest : public ::testing::Test {
     sp<lt::PeerService> mService;
 };
 
-TEST_F(HostileWireTest, BadReferencesAreRefusedAndTheSessionGoesOn) {
+// Refused parcels hand back the references they carried; the session goes on.
+TEST_F(HostileWireTest, BadReferencesAreRefusedAndReturned) {
     RawPeer peer(mSocketPath);
     const uint64_t address = lookUp(peer);
     ASSERT_NE(address, 0u);
@@ -253,12 +254,7 @@ TEST_F(HostileWireTest, BadReferencesAreRefusedAndTheSessionGoesOn) {
     append(&release, ReleaseBody{424242, 3, 0});
     ASSERT_TRUE(peer.send(CMD_RELEASE, release));
     EXPECT_EQ(addOne(peer, address, 1, ++callId), 2);
-}
 
-TEST_F(HostileWireTest, RefusedParcelHandsBackTheReferencesItCarried) {
-    RawPeer peer(mSocketPath);
-    const uint64_t address = lookUp(peer);
-    ASSERT_NE(address, 0u);
     // A good reference to an object of ours, then a bad one: the call is refused, and
     // the count of the good one comes back before the reply.
     Bytes data;
@@ -267,7 +263,6 @@ TEST_F(HostileWireTest, RefusedParcelHandsBackTheReferencesItCarried) {
     append(&data, FlatObject{BINDER_TYPE_HANDLE, 0, 5555, 0});
     append(&data, int32_t(0x0c000001));
     ASSERT_TRUE(peer.transact(30, address, lt::kHoldCallback, data, {0, 28}));
-    Message m;
     ASSERT_TRUE(peer.next(&m));
     ASSERT_EQ(m.header.command, CMD_RELEASE);
     ReleaseBody rel;
