@@ -2,7 +2,6 @@
 // answers byte for byte, malformed ones are refused without crash, hang or leak.
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -12,7 +11,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <fstream>
 #include <functional>
 #include <string>
@@ -21,11 +19,14 @@
 
 #include "platform/host/src/binder/FlatObject.h"
 #include "platform/host/src/binder/Wire.h"
+#include "tests/unit/binder/BinderTestSupport.h"
 #include "tests/unit/binder/PeerService.h"
 
 using namespace android;
 using namespace android::hostbinder;
 namespace lt = lumacast::test;
+using lt::openFdCount;
+using lt::waitUntil;
 
 namespace {
 
@@ -35,23 +36,6 @@ template <typename T>
 void append(Bytes* b, const T& v) {
     const uint8_t* p = reinterpret_cast<const uint8_t*>(&v);
     b->insert(b->end(), p, p + sizeof(T));
-}
-
-size_t openFdCount() {
-    size_t n = 0;
-    DIR* d = opendir("/proc/self/fd");
-    while (dirent* e = readdir(d)) n += e->d_name[0] != '.';
-    closedir(d);
-    return n;
-}
-
-bool waitUntil(const std::function<bool()>& pred) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (!pred()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
 }
 
 struct Message {

@@ -4,7 +4,6 @@
 #include <binder/Parcel.h>
 #include <binder/Stability.h>
 #include <binder/Status.h>
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -13,8 +12,11 @@
 #include <string>
 #include <vector>
 
+#include "tests/unit/binder/BinderTestSupport.h"
+
 using namespace android;
 using android::binder::Status;
+using lumacast::test::openFdCount;
 
 namespace {
 
@@ -36,14 +38,6 @@ Parcel* parcelOf(const Bytes& b) {
     Parcel* p = new Parcel();
     p->setData(b.data(), b.size());
     return p;
-}
-
-size_t openFdCount() {
-    size_t n = 0;
-    DIR* d = opendir("/proc/self/fd");
-    while (dirent* e = readdir(d)) n += e->d_name[0] != '.';
-    closedir(d);
-    return n;
 }
 
 TEST(ParcelLayoutTest, ScalarsAreLittleEndianWords) {

@@ -4,7 +4,6 @@
 #include <binder/IServiceManager.h>
 #include <binder/Parcel.h>
 #include <binder/ProcessState.h>
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -13,13 +12,13 @@
 
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <set>
 #include <thread>
 #include <vector>
 
+#include "tests/unit/binder/BinderTestSupport.h"
 #include "tests/unit/binder/ChildProcess.h"
 #include "tests/unit/binder/PeerProtocol.h"
 #include "tests/unit/binder/PeerService.h"
@@ -27,26 +26,10 @@
 using namespace android;
 using lumacast::test::ChildProcess;
 namespace lt = lumacast::test;
+using lt::openFdCount;
+using lt::waitUntil;
 
 namespace {
-
-bool waitUntil(const std::function<bool()>& pred,
-               std::chrono::milliseconds limit = std::chrono::seconds(5)) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!pred()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
-
-size_t openFdCount() {
-    size_t n = 0;
-    DIR* d = opendir("/proc/self/fd");
-    while (dirent* e = readdir(d)) n += e->d_name[0] != '.';
-    closedir(d);
-    return n;
-}
 
 // Answers kCallbackCode with the doubled int32 and remembers who called it on which
 // thread and with which thread state; leaves that state changed on the way out. Tells the
