@@ -42,14 +42,16 @@ Bytes statusReply(const Status& s) {
     return bytesOf(p);
 }
 
-Writer boolValue(bool v) {
-    return [v](Parcel& p) { p.writeBool(v); };
-}
-Writer intValue(int32_t v) {
-    return [v](Parcel& p) { p.writeInt32(v); };
-}
-Writer stringValue(const std::string& v) {
-    return [v](Parcel& p) { p.writeUtf8AsUtf16(v); };
+void put(Parcel& p, bool v) { p.writeBool(v); }
+void put(Parcel& p, int32_t v) { p.writeInt32(v); }
+void put(Parcel& p, const std::string& v) { p.writeUtf8AsUtf16(v); }
+void put(Parcel& p, const char* v) { p.writeUtf8AsUtf16(std::string(v)); }
+void put(Parcel& p, const sp<IBinder>& v) { p.writeStrongBinder(v); }
+
+// Writes the values in turn, strings as UTF-16.
+template <typename... V>
+Writer values(V... v) {
+    return [=](Parcel& p) { (put(p, v), ...); };
 }
 
 status_t call(const sp<IBinder>& b, uint32_t code, const String16& token, const Writer& args,
@@ -95,41 +97,25 @@ TEST(LumacastDispatchTest, EveryCodeReadsItsArgumentsAndWritesItsResult) {
     sp<FakeLumacast> fake = new FakeLumacast();
     sp<LocalListener> listener = new LocalListener();
     const std::string unicode = "\xc3\xbc\xe2\x82\xac\xf0\x9d\x84\x9e";
+    const sp<IBinder> binder = IInterface::asBinder(listener);
     const Row rows[] = {
-            {1, [&](Parcel& p) { p.writeStrongBinder(IInterface::asBinder(listener)); },
-             "setCallback", boolValue(true)},
-            {2, [&](Parcel& p) { p.writeStrongBinder(IInterface::asBinder(listener)); },
-             "removeCallback", boolValue(true)},
-            {3, boolValue(true), "setZoomSwitch(1)", boolValue(true)},
-            {4, nullptr, "getZoomSwitch", boolValue(true)},
-            {5, nullptr, "getAiAlgoList", intValue(0x12345678)},
-            {6, intValue(5), "setAiSubscribeType(5)", boolValue(true)},
-            {7, nullptr, "getAiSubscribeStatus", intValue(5)},
-            {8, stringValue(unicode), "setAiProperty(" + unicode + ")", boolValue(true)},
-            {9, stringValue("x"), "getAiProperty(x)", stringValue("value of x")},
-            {10,
-             [](Parcel& p) {
-                 p.writeInt32(4);
-                 p.writeUtf8AsUtf16(std::string("opt"));
-             },
-             "setAiSubscribe(4,opt)", boolValue(true)},
-            {11, nullptr, "getAiSubscribe", stringValue("4/opt")},
-            {12,
-             [](Parcel& p) {
-                 p.writeInt32(3);
-                 p.writeUtf8AsUtf16(std::string("1920x1080"));
-             },
-             "grabFrame(3,1920x1080)", boolValue(true)},
-            {13, stringValue("doa"), "sendDoa(doa)", boolValue(true)},
-            {14, intValue(-2), "setAutoFraming(-2)", boolValue(false)},
-            {15, nullptr, "getAutoFraming", boolValue(false)},
-            {16,
-             [](Parcel& p) {
-                 p.writeInt32(1);
-                 p.writeInt32(2);
-             },
-             "setZoomMode(1,2)", boolValue(true)},
-            {17, nullptr, "getZoomMode", stringValue("1,2")},
+            {1, values(binder), "setCallback", values(true)},
+            {2, values(binder), "removeCallback", values(true)},
+            {3, values(true), "setZoomSwitch(1)", values(true)},
+            {4, nullptr, "getZoomSwitch", values(true)},
+            {5, nullptr, "getAiAlgoList", values(0x12345678)},
+            {6, values(5), "setAiSubscribeType(5)", values(true)},
+            {7, nullptr, "getAiSubscribeStatus", values(5)},
+            {8, values(unicode), "setAiProperty(" + unicode + ")", values(true)},
+            {9, values("x"), "getAiProperty(x)", values("value of x")},
+            {10, values(4, "opt"), "setAiSubscribe(4,opt)", values(true)},
+            {11, nullptr, "getAiSubscribe", values("4/opt")},
+            {12, values(3, "1920x1080"), "grabFrame(3,1920x1080)", values(true)},
+            {13, values("doa"), "sendDoa(doa)", values(true)},
+            {14, values(-2), "setAutoFraming(-2)", values(false)},
+            {15, nullptr, "getAutoFraming", values(false)},
+            {16, values(1, 2), "setZoomMode(1,2)", values(true)},
+            {17, nullptr, "getZoomMode", values("1,2")},
     };
     std::vector<std::string> expectedCalls;
     for (const Row& row : rows) {
@@ -143,7 +129,7 @@ TEST(LumacastDispatchTest, EveryCodeReadsItsArgumentsAndWritesItsResult) {
 
 TEST(LumacastDispatchTest, RefusedRequestsLeaveTheReplyEmptyAndTheServiceUncalled) {
     sp<FakeLumacast> fake = new FakeLumacast();
-    const Writer nullBinder = [](Parcel& p) { p.writeStrongBinder(nullptr); };
+    const Writer nullBinder = values(sp<IBinder>());
     for (uint32_t code = 1; code <= 17; ++code) {
         Parcel reply;
         EXPECT_EQ(call(fake, code, ILumacastCallback::descriptor, nullptr, &reply), BAD_TYPE);
@@ -158,21 +144,16 @@ TEST(LumacastDispatchTest, RefusedRequestsLeaveTheReplyEmptyAndTheServiceUncalle
         status_t result;
     };
     const Case cases[] = {
-            {16, intValue(1), NOT_ENOUGH_DATA},
+            {16, values(1), NOT_ENOUGH_DATA},
             {3, nullptr, NOT_ENOUGH_DATA},
             {6, nullptr, NOT_ENOUGH_DATA},
-            {10, intValue(1), OK},  // the missing string is a null string
+            {10, values(1), OK},  // the missing string is a null string
             // A null listener gets only a null-pointer status; no binder at all is refused.
             {1, nullBinder, OK},
             {2, nullBinder, OK},
-            {1, intValue(0), BAD_TYPE},
-            {2, intValue(0), BAD_TYPE},
-            {12,
-             [](Parcel& p) {
-                 p.writeInt32(3);
-                 p.writeInt32(1000);
-             },
-             OK},
+            {1, values(0), BAD_TYPE},
+            {2, values(0), BAD_TYPE},
+            {12, values(3, 1000), OK},
     };
     for (const Case& c : cases) {
         Parcel reply;
@@ -190,13 +171,9 @@ TEST(LumacastDispatchTest, RefusedRequestsLeaveTheReplyEmptyAndTheServiceUncalle
     // libbinder Parcel.cpp readUtf8FromUtf16: an unpaired surrogate is dropped, not refused,
     // and the call goes on with the rest of the string.
     Parcel reply;
-    const Writer loneSurrogate = [](Parcel& p) {
-        p.writeInt32(2);
-        p.writeInt32(0x0078d800);  // U+D800, 'x'
-        p.writeInt32(0);
-    };
+    const Writer loneSurrogate = values(2, 0x0078d800, 0);  // U+D800, 'x'
     EXPECT_EQ(call(fake, 9, ILumacast::descriptor, loneSurrogate, &reply), OK);
-    EXPECT_EQ(bytesOf(reply), okReply(stringValue("value of x")));
+    EXPECT_EQ(bytesOf(reply), okReply(values("value of x")));
     EXPECT_EQ(fake->calls(), std::vector<std::string>{"getAiProperty(x)"});
 }
 
@@ -204,7 +181,7 @@ TEST(LumacastDispatchTest, OtherCodesAndOtherDescriptorsAreBBindersToAnswer) {
     sp<FakeLumacast> fake = new FakeLumacast();
     for (uint32_t code : {0u, 18u, 0x00ffffffu}) {
         Parcel reply;
-        EXPECT_EQ(call(fake, code, ILumacast::descriptor, intValue(1), &reply),
+        EXPECT_EQ(call(fake, code, ILumacast::descriptor, values(1), &reply),
                   UNKNOWN_TRANSACTION);
         EXPECT_EQ(reply.dataSize(), 0u);
     }
@@ -227,7 +204,7 @@ TEST(LumacastDispatchTest, OtherCodesAndOtherDescriptorsAreBBindersToAnswer) {
 TEST(LumacastDispatchTest, StatusesThatAreNotOkTravelAlone) {
     sp<FakeLumacast> fake = new FakeLumacast();
     Parcel reply;
-    EXPECT_EQ(call(fake, 6, ILumacast::descriptor, intValue(-5), &reply), OK);
+    EXPECT_EQ(call(fake, 6, ILumacast::descriptor, values(-5), &reply), OK);
     EXPECT_EQ(bytesOf(reply), statusReply(Status::fromServiceSpecificError(-5, "negative type")));
 
     fake->failNext(Status::fromExceptionCode(Status::EX_ILLEGAL_STATE, "busy"));
@@ -261,19 +238,19 @@ TEST(DescriptorTest, ConstantDataBeforeAnyCodeRuns) {
 TEST(MotorDispatchTest, EveryCodeReadsItsArgumentsAndWritesItsResult) {
     sp<FakeKCameraMotor> fake = new FakeKCameraMotor();
     const Row rows[] = {
-            {10, nullptr, "get_mcu_version", stringValue("")},
-            {7, nullptr, "is_support_motor", boolValue(false)},
-            {1, stringValue("birch"), "set_client_type(birch)", nullptr},
-            {2, nullptr, "motor_down", intValue(-7)},
-            {3, nullptr, "motor_up", intValue(256)},
-            {4, nullptr, "get_motor_status", intValue(4096)},
-            {5, nullptr, "get_rise_time", intValue(1500)},
-            {6, nullptr, "get_switch_status", boolValue(true)},
-            {7, nullptr, "is_support_motor", boolValue(true)},
-            {8, boolValue(true), "set_status(1)", nullptr},
-            {9, nullptr, "get_status", boolValue(true)},
-            {10, nullptr, "get_mcu_version", stringValue("v1.2-birch")},
-            {11, stringValue("/data/fw.bin"), "mcu_upgrade(/data/fw.bin)", intValue(12)},
+            {10, nullptr, "get_mcu_version", values("")},
+            {7, nullptr, "is_support_motor", values(false)},
+            {1, values("birch"), "set_client_type(birch)", nullptr},
+            {2, nullptr, "motor_down", values(-7)},
+            {3, nullptr, "motor_up", values(256)},
+            {4, nullptr, "get_motor_status", values(4096)},
+            {5, nullptr, "get_rise_time", values(1500)},
+            {6, nullptr, "get_switch_status", values(true)},
+            {7, nullptr, "is_support_motor", values(true)},
+            {8, values(true), "set_status(1)", nullptr},
+            {9, nullptr, "get_status", values(true)},
+            {10, nullptr, "get_mcu_version", values("v1.2-birch")},
+            {11, values("/data/fw.bin"), "mcu_upgrade(/data/fw.bin)", values(12)},
     };
     std::vector<std::string> expectedCalls;
     for (const Row& row : rows) {
