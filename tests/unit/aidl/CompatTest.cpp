@@ -181,7 +181,6 @@ TEST_F(AidlCompatTest, RefusalsReachTheGeneratedProxyAsStatuses) {
     EXPECT_EQ(s.exceptionCode(), Status::EX_SERVICE_SPECIFIC);
     EXPECT_EQ(s.serviceSpecificErrorCode(), -3);
     EXPECT_EQ(String8(s.exceptionMessage()), String8("negative type"));
-
 }
 
 TEST_F(AidlCompatTest, ListenerWithoutFrameCodeAnswersUnknownTransaction) {

@@ -62,6 +62,20 @@ status_t call(const sp<IBinder>& b, uint32_t code, const String16& token, const 
     return b->transact(code, data, reply);
 }
 
+// A refused request: the result is the read error with nothing in the reply, or OK with
+// only a null-pointer status (a missing non-null argument).
+void expectRefused(const sp<IBinder>& b, const String16& token, uint32_t code, const Writer& args,
+                   status_t result) {
+    Parcel reply;
+    EXPECT_EQ(call(b, code, token, args, &reply), result) << code;
+    if (result == OK) {
+        EXPECT_EQ(bytesOf(reply), statusReply(Status::fromExceptionCode(Status::EX_NULL_POINTER)))
+                << code;
+    } else {
+        EXPECT_EQ(reply.dataSize(), 0u) << code;
+    }
+}
+
 // A listener that is nothing but a plain binder: notes the code that reached it and
 // answers as told.
 class RecordingBinder : public BBinder {
@@ -131,9 +145,7 @@ TEST(LumacastDispatchTest, RefusedRequestsLeaveTheReplyEmptyAndTheServiceUncalle
     sp<FakeLumacast> fake = new FakeLumacast();
     const Writer nullBinder = values(sp<IBinder>());
     for (uint32_t code = 1; code <= 17; ++code) {
-        Parcel reply;
-        EXPECT_EQ(call(fake, code, ILumacastCallback::descriptor, nullptr, &reply), BAD_TYPE);
-        EXPECT_EQ(reply.dataSize(), 0u);
+        expectRefused(fake, ILumacastCallback::descriptor, code, nullptr, BAD_TYPE);
         Parcel noToken;
         EXPECT_EQ(fake->transact(code, Parcel(), &noToken), BAD_TYPE);
         EXPECT_EQ(noToken.dataSize(), 0u);
@@ -156,15 +168,7 @@ TEST(LumacastDispatchTest, RefusedRequestsLeaveTheReplyEmptyAndTheServiceUncalle
             {12, values(3, 1000), OK},
     };
     for (const Case& c : cases) {
-        Parcel reply;
-        EXPECT_EQ(call(fake, c.code, ILumacast::descriptor, c.args, &reply), c.result) << c.code;
-        if (c.result == OK) {
-            EXPECT_EQ(bytesOf(reply),
-                      statusReply(Status::fromExceptionCode(Status::EX_NULL_POINTER)))
-                    << c.code;
-        } else {
-            EXPECT_EQ(reply.dataSize(), 0u) << c.code;
-        }
+        expectRefused(fake, ILumacast::descriptor, c.code, c.args, c.result);
     }
     EXPECT_TRUE(fake->calls().empty());
 
@@ -180,10 +184,7 @@ TEST(LumacastDispatchTest, RefusedRequestsLeaveTheReplyEmptyAndTheServiceUncalle
 TEST(LumacastDispatchTest, OtherCodesAndOtherDescriptorsAreBBindersToAnswer) {
     sp<FakeLumacast> fake = new FakeLumacast();
     for (uint32_t code : {0u, 18u, 0x00ffffffu}) {
-        Parcel reply;
-        EXPECT_EQ(call(fake, code, ILumacast::descriptor, values(1), &reply),
-                  UNKNOWN_TRANSACTION);
-        EXPECT_EQ(reply.dataSize(), 0u);
+        expectRefused(fake, ILumacast::descriptor, code, values(1), UNKNOWN_TRANSACTION);
     }
     Parcel reply;
     EXPECT_EQ(fake->transact(IBinder::INTERFACE_TRANSACTION, Parcel(), &reply), OK);
@@ -269,24 +270,14 @@ TEST(MotorDispatchTest, EveryCodeReadsItsArgumentsAndWritesItsResult) {
 TEST(MotorDispatchTest, RefusedRequestsLeaveTheReplyEmptyAndTheServiceUncalled) {
     sp<FakeKCameraMotor> fake = new FakeKCameraMotor();
     for (uint32_t code = 1; code <= 11; ++code) {
-        Parcel reply;
-        EXPECT_EQ(call(fake, code, ILumacast::descriptor, nullptr, &reply), BAD_TYPE);
-        EXPECT_EQ(reply.dataSize(), 0u);
+        expectRefused(fake, ILumacast::descriptor, code, nullptr, BAD_TYPE);
     }
-    Parcel reply;
-    EXPECT_EQ(call(fake, 8, IKCameraMotor::descriptor, nullptr, &reply), NOT_ENOUGH_DATA);
-    EXPECT_EQ(reply.dataSize(), 0u);
-    // A missing string is a null string: a null-pointer status, the service not called.
-    for (uint32_t code : {1u, 11u}) {
-        Parcel r;
-        EXPECT_EQ(call(fake, code, IKCameraMotor::descriptor, nullptr, &r), OK);
-        EXPECT_EQ(bytesOf(r), statusReply(Status::fromExceptionCode(Status::EX_NULL_POINTER)));
-    }
-    for (uint32_t code : {0u, 12u}) {
-        Parcel r;
-        EXPECT_EQ(call(fake, code, IKCameraMotor::descriptor, nullptr, &r), UNKNOWN_TRANSACTION);
-        EXPECT_EQ(r.dataSize(), 0u);
-    }
+    expectRefused(fake, IKCameraMotor::descriptor, 8, nullptr, NOT_ENOUGH_DATA);
+    // A missing string is a null string.
+    expectRefused(fake, IKCameraMotor::descriptor, 1, nullptr, OK);
+    expectRefused(fake, IKCameraMotor::descriptor, 11, nullptr, OK);
+    expectRefused(fake, IKCameraMotor::descriptor, 0, nullptr, UNKNOWN_TRANSACTION);
+    expectRefused(fake, IKCameraMotor::descriptor, 12, nullptr, UNKNOWN_TRANSACTION);
     EXPECT_TRUE(fake->calls().empty());
 
     fake->failNext(Status::fromExceptionCode(Status::EX_SECURITY));
