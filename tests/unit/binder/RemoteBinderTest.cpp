@@ -383,8 +383,7 @@ TEST(RemoteServiceTest, ServiceKeepsNoReferenceOfADeadClient) {
     ChildProcess client(BINDER_PEER_PATH, {"client", name});
     ASSERT_TRUE(waitUntil([&] {
         Parcel held;
-        service->transact(lt::kHeldCount, Parcel(), &held);
-        return held.readInt32() == 1;
+        return call(service, lt::kHeldCount, &held) == OK && held.readInt32() == 1;
     }));
     // The client holds the service, the service holds the client's object.
     // The call that brought it may still be finishing on a pool thread.
@@ -394,32 +393,26 @@ TEST(RemoteServiceTest, ServiceKeepsNoReferenceOfADeadClient) {
     client.wait();
     EXPECT_TRUE(waitUntil([&] { return service->getStrongCount() == baseline; }));
     // The held proxy now reports its object dead.
-    Parcel fire;
     Parcel reply;
-    fire.writeInt32(1);
-    ASSERT_EQ(service->transact(lt::kFireHeld, fire, &reply), OK);
+    ASSERT_EQ(call(service, lt::kFireHeld, &reply, 1), OK);
     EXPECT_EQ(reply.readInt32(), 0);
 }
 
-TEST(RemoteServiceTest, ForkedChildStartsAfreshWithoutItsParentsSessions) {
+TEST_F(RemoteBinderTest, ForkedChildStartsAfreshWithoutItsParentsSessions) {
 #if defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "ThreadSanitizer cannot start threads after a multi-threaded fork";
 #else
     if (getenv("LUMACAST_TEST_EMULATOR") != nullptr) {
         GTEST_SKIP() << "qemu-user aborts when a multi-threaded process forks";
     }
-    ProcessState::self()->startThreadPool();
-    const std::string name = uniqueName();
-    ChildProcess peer(BINDER_PEER_PATH, {"service", name});
-    sp<IBinder> service = defaultServiceManager()->getService(String16(name.c_str()));
-    ASSERT_NE(service, nullptr);
-    ASSERT_EQ(addOne(service, 1), 2);
+    ASSERT_EQ(addOne(mService, 1), 2);
 
     const pid_t child = fork();
     if (child == 0) {
         // The inherited proxy belongs to the parent's session and is dead here.
-        const bool inheritedDead = service->transact(lt::kAddOne, Parcel(), nullptr) == DEAD_OBJECT;
-        sp<IBinder> fresh = defaultServiceManager()->getService(String16(name.c_str()));
+        const bool inheritedDead =
+                mService->transact(lt::kAddOne, Parcel(), nullptr) == DEAD_OBJECT;
+        sp<IBinder> fresh = defaultServiceManager()->getService(String16(mName.c_str()));
         const bool freshWorks = fresh != nullptr && addOne(fresh, 5) == 6;
         _exit(inheritedDead && freshWorks ? 0 : 1);
     }
@@ -427,7 +420,7 @@ TEST(RemoteServiceTest, ForkedChildStartsAfreshWithoutItsParentsSessions) {
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-    EXPECT_EQ(addOne(service, 2), 3);
+    EXPECT_EQ(addOne(mService, 2), 3);
 #endif
 }
 
