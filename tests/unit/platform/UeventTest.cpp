@@ -47,8 +47,8 @@ TEST(UeventTest, InjectedMessageArrivesByteExactAndALongOneIsCutToTheCallersLeng
     ASSERT_TRUE(receiveHeader("add@/devices/platform/usb/video4linux/video0", &got));
     EXPECT_EQ(sent, got);
 
-    ASSERT_TRUE(sendUevent(kernelUevent("change", "/devices/long", "misc",
-                                        {std::string(1000, 'Z')})));
+    ASSERT_TRUE(
+            sendUevent(kernelUevent("change", "/devices/long", "misc", {std::string(1000, 'Z')})));
     for (int i = 0; i < 50; ++i) {
         ASSERT_TRUE(readable(uevent_get_fd(), 5000));
         char buf[256];
