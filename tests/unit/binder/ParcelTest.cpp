@@ -256,6 +256,9 @@ TEST(ParcelMalformedTest, VectorLengthsAreCheckedBeforeAllocating) {
         std::vector<uint8_t> v{1};
         EXPECT_EQ(p->readByteVector(&v), BAD_VALUE) << len;
         EXPECT_TRUE(v.empty());
+        p->setDataPosition(0);
+        std::vector<int32_t> ints;
+        EXPECT_EQ(p->readInt32Vector(&ints), BAD_VALUE) << len;
     }
     std::unique_ptr<Parcel> negative(parcelOf(words({0xfffffffbu})));
     std::vector<uint8_t> v;
