@@ -42,14 +42,16 @@ Bytes statusReply(const Status& s) {
     return bytesOf(p);
 }
 
-Writer boolValue(bool v) {
-    return [v](Parcel& p) { p.writeBool(v); };
-}
-Writer intValue(int32_t v) {
-    return [v](Parcel& p) { p.writeInt32(v); };
-}
-Writer stringValue(const std::string& v) {
-    return [v](Parcel& p) { p.writeUtf8AsUtf16(v); };
+void put(Parcel& p, bool v) { p.writeBool(v); }
+void put(Parcel& p, int32_t v) { p.writeInt32(v); }
+void put(Parcel& p, const std::string& v) { p.writeUtf8AsUtf16(v); }
+void put(Parcel& p, const char* v) { p.writeUtf8AsUtf16(std::string(v)); }
+void put(Parcel& p, const sp<IBinder>& v) { p.writeStrongBinder(v); }
+
+// Writes the values in turn, strings as UTF-16.
+template <typename... V>
+Writer values(V... v) {
+    return [=](Parcel& p) { (put(p, v), ...); };
 }
 
 status_t call(const sp<IBinder>& b, uint32_t code, const String16& token, const Writer& args,
@@ -60,21 +62,32 @@ status_t call(const sp<IBinder>& b, uint32_t code, const String16& token, const 
     return b->transact(code, data, reply);
 }
 
-// A listener that is nothing but a plain binder: records what reaches it.
+// A refused request: the result is the read error with nothing in the reply, or OK with
+// only a null-pointer status (a missing non-null argument).
+void expectRefused(const sp<IBinder>& b, const String16& token, uint32_t code, const Writer& args,
+                   status_t result) {
+    Parcel reply;
+    EXPECT_EQ(call(b, code, token, args, &reply), result) << code;
+    if (result == OK) {
+        EXPECT_EQ(bytesOf(reply), statusReply(Status::fromExceptionCode(Status::EX_NULL_POINTER)))
+                << code;
+    } else {
+        EXPECT_EQ(reply.dataSize(), 0u) << code;
+    }
+}
+
+// A listener that is nothing but a plain binder: notes the code that reached it and
+// answers as told.
 class RecordingBinder : public BBinder {
   public:
     status_t answer = OK;
     Status status = Status::ok();
     bool writeStatus = true;
     uint32_t code = 0;
-    uint32_t flags = 0xffff;
-    Bytes request;
 
   protected:
-    status_t onTransact(uint32_t c, const Parcel& data, Parcel* reply, uint32_t f) override {
+    status_t onTransact(uint32_t c, const Parcel&, Parcel* reply, uint32_t) override {
         code = c;
-        flags = f;
-        request = bytesOf(data);
         if (writeStatus) status.writeToParcel(reply);
         return answer;
     }
@@ -98,41 +111,25 @@ TEST(LumacastDispatchTest, EveryCodeReadsItsArgumentsAndWritesItsResult) {
     sp<FakeLumacast> fake = new FakeLumacast();
     sp<LocalListener> listener = new LocalListener();
     const std::string unicode = "\xc3\xbc\xe2\x82\xac\xf0\x9d\x84\x9e";
+    const sp<IBinder> binder = IInterface::asBinder(listener);
     const Row rows[] = {
-            {1, [&](Parcel& p) { p.writeStrongBinder(IInterface::asBinder(listener)); },
-             "setCallback", boolValue(true)},
-            {2, [&](Parcel& p) { p.writeStrongBinder(IInterface::asBinder(listener)); },
-             "removeCallback", boolValue(true)},
-            {3, boolValue(true), "setZoomSwitch(1)", boolValue(true)},
-            {4, nullptr, "getZoomSwitch", boolValue(true)},
-            {5, nullptr, "getAiAlgoList", intValue(0x12345678)},
-            {6, intValue(5), "setAiSubscribeType(5)", boolValue(true)},
-            {7, nullptr, "getAiSubscribeStatus", intValue(5)},
-            {8, stringValue(unicode), "setAiProperty(" + unicode + ")", boolValue(true)},
-            {9, stringValue("x"), "getAiProperty(x)", stringValue("value of x")},
-            {10,
-             [](Parcel& p) {
-                 p.writeInt32(4);
-                 p.writeUtf8AsUtf16(std::string("opt"));
-             },
-             "setAiSubscribe(4,opt)", boolValue(true)},
-            {11, nullptr, "getAiSubscribe", stringValue("4/opt")},
-            {12,
-             [](Parcel& p) {
-                 p.writeInt32(3);
-                 p.writeUtf8AsUtf16(std::string("1920x1080"));
-             },
-             "grabFrame(3,1920x1080)", boolValue(true)},
-            {13, stringValue("doa"), "sendDoa(doa)", boolValue(true)},
-            {14, intValue(-2), "setAutoFraming(-2)", boolValue(false)},
-            {15, nullptr, "getAutoFraming", boolValue(false)},
-            {16,
-             [](Parcel& p) {
-                 p.writeInt32(1);
-                 p.writeInt32(2);
-             },
-             "setZoomMode(1,2)", boolValue(true)},
-            {17, nullptr, "getZoomMode", stringValue("1,2")},
+            {1, values(binder), "setCallback", values(true)},
+            {2, values(binder), "removeCallback", values(true)},
+            {3, values(true), "setZoomSwitch(1)", values(true)},
+            {4, nullptr, "getZoomSwitch", values(true)},
+            {5, nullptr, "getAiAlgoList", values(0x12345678)},
+            {6, values(5), "setAiSubscribeType(5)", values(true)},
+            {7, nullptr, "getAiSubscribeStatus", values(5)},
+            {8, values(unicode), "setAiProperty(" + unicode + ")", values(true)},
+            {9, values("x"), "getAiProperty(x)", values("value of x")},
+            {10, values(4, "opt"), "setAiSubscribe(4,opt)", values(true)},
+            {11, nullptr, "getAiSubscribe", values("4/opt")},
+            {12, values(3, "1920x1080"), "grabFrame(3,1920x1080)", values(true)},
+            {13, values("doa"), "sendDoa(doa)", values(true)},
+            {14, values(-2), "setAutoFraming(-2)", values(false)},
+            {15, nullptr, "getAutoFraming", values(false)},
+            {16, values(1, 2), "setZoomMode(1,2)", values(true)},
+            {17, nullptr, "getZoomMode", values("1,2")},
     };
     std::vector<std::string> expectedCalls;
     for (const Row& row : rows) {
@@ -146,10 +143,9 @@ TEST(LumacastDispatchTest, EveryCodeReadsItsArgumentsAndWritesItsResult) {
 
 TEST(LumacastDispatchTest, RefusedRequestsLeaveTheReplyEmptyAndTheServiceUncalled) {
     sp<FakeLumacast> fake = new FakeLumacast();
+    const Writer nullBinder = values(sp<IBinder>());
     for (uint32_t code = 1; code <= 17; ++code) {
-        Parcel reply;
-        EXPECT_EQ(call(fake, code, ILumacastCallback::descriptor, nullptr, &reply), BAD_TYPE);
-        EXPECT_EQ(reply.dataSize(), 0u);
+        expectRefused(fake, ILumacastCallback::descriptor, code, nullptr, BAD_TYPE);
         Parcel noToken;
         EXPECT_EQ(fake->transact(code, Parcel(), &noToken), BAD_TYPE);
         EXPECT_EQ(noToken.dataSize(), 0u);
@@ -160,79 +156,56 @@ TEST(LumacastDispatchTest, RefusedRequestsLeaveTheReplyEmptyAndTheServiceUncalle
         status_t result;
     };
     const Case cases[] = {
-            {16, intValue(1), NOT_ENOUGH_DATA},
+            {16, values(1), NOT_ENOUGH_DATA},
             {3, nullptr, NOT_ENOUGH_DATA},
             {6, nullptr, NOT_ENOUGH_DATA},
-            {10, intValue(1), OK},  // the missing string is a null string
-            {12,
-             [](Parcel& p) {
-                 p.writeInt32(3);
-                 p.writeInt32(1000);
-             },
-             OK},
+            {10, values(1), OK},  // the missing string is a null string
+            // A null listener gets only a null-pointer status; no binder at all is refused.
+            {1, nullBinder, OK},
+            {2, nullBinder, OK},
+            {1, values(0), BAD_TYPE},
+            {2, values(0), BAD_TYPE},
+            {12, values(3, 1000), OK},
     };
     for (const Case& c : cases) {
-        Parcel reply;
-        EXPECT_EQ(call(fake, c.code, ILumacast::descriptor, c.args, &reply), c.result) << c.code;
-        if (c.result == OK) {
-            EXPECT_EQ(bytesOf(reply),
-                      statusReply(Status::fromExceptionCode(Status::EX_NULL_POINTER)))
-                    << c.code;
-        } else {
-            EXPECT_EQ(reply.dataSize(), 0u) << c.code;
-        }
+        expectRefused(fake, ILumacast::descriptor, c.code, c.args, c.result);
     }
     EXPECT_TRUE(fake->calls().empty());
 
     // libbinder Parcel.cpp readUtf8FromUtf16: an unpaired surrogate is dropped, not refused,
     // and the call goes on with the rest of the string.
     Parcel reply;
-    const Writer loneSurrogate = [](Parcel& p) {
-        p.writeInt32(2);
-        p.writeInt32(0x0078d800);  // U+D800, 'x'
-        p.writeInt32(0);
-    };
+    const Writer loneSurrogate = values(2, 0x0078d800, 0);  // U+D800, 'x'
     EXPECT_EQ(call(fake, 9, ILumacast::descriptor, loneSurrogate, &reply), OK);
-    EXPECT_EQ(bytesOf(reply), okReply(stringValue("value of x")));
+    EXPECT_EQ(bytesOf(reply), okReply(values("value of x")));
     EXPECT_EQ(fake->calls(), std::vector<std::string>{"getAiProperty(x)"});
 }
 
-TEST(LumacastDispatchTest, NullListenerGetsOnlyANullPointerStatus) {
-    sp<FakeLumacast> fake = new FakeLumacast();
-    for (uint32_t code : {1u, 2u}) {
-        Parcel reply;
-        EXPECT_EQ(call(
-                          fake, code, ILumacast::descriptor,
-                          [](Parcel& p) { p.writeStrongBinder(nullptr); }, &reply),
-                  OK);
-        EXPECT_EQ(bytesOf(reply), statusReply(Status::fromExceptionCode(Status::EX_NULL_POINTER)));
-        // A binder that is no binder at all is refused the same way.
-        Parcel junk;
-        EXPECT_EQ(call(fake, code, ILumacast::descriptor, intValue(0), &junk), BAD_TYPE);
-    }
-    EXPECT_TRUE(fake->calls().empty());
-    EXPECT_EQ(fake->listenerCount(), 0u);
-}
-
-TEST(LumacastDispatchTest, OtherCodesAreBBindersToAnswer) {
+TEST(LumacastDispatchTest, OtherCodesAndOtherDescriptorsAreBBindersToAnswer) {
     sp<FakeLumacast> fake = new FakeLumacast();
     for (uint32_t code : {0u, 18u, 0x00ffffffu}) {
-        Parcel reply;
-        EXPECT_EQ(call(fake, code, ILumacast::descriptor, intValue(1), &reply),
-                  UNKNOWN_TRANSACTION);
-        EXPECT_EQ(reply.dataSize(), 0u);
+        expectRefused(fake, ILumacast::descriptor, code, values(1), UNKNOWN_TRANSACTION);
     }
     Parcel reply;
     EXPECT_EQ(fake->transact(IBinder::INTERFACE_TRANSACTION, Parcel(), &reply), OK);
     EXPECT_EQ(reply.readString16(), ILumacast::descriptor);
     EXPECT_EQ(fake->transact(IBinder::PING_TRANSACTION, Parcel(), &reply), OK);
     EXPECT_TRUE(fake->calls().empty());
+
+    // The local interface only for the exact descriptor.
+    EXPECT_EQ(fake->queryLocalInterface(String16("kora.lumacast.ILumacast")).get(),
+              static_cast<IInterface*>(fake.get()));
+    for (const char16_t* other : {u"kora.lumacast.ILumacas", u"kora.lumacast.ILumacastCallback",
+                                  u"Kora.lumacast.ILumacast", u""}) {
+        EXPECT_EQ(fake->queryLocalInterface(String16(other)), nullptr);
+    }
+    EXPECT_EQ(fake->queryLocalInterface(String16(u"kora.lumacast.ILumacast\0", 24)), nullptr);
 }
 
 TEST(LumacastDispatchTest, StatusesThatAreNotOkTravelAlone) {
     sp<FakeLumacast> fake = new FakeLumacast();
     Parcel reply;
-    EXPECT_EQ(call(fake, 6, ILumacast::descriptor, intValue(-5), &reply), OK);
+    EXPECT_EQ(call(fake, 6, ILumacast::descriptor, values(-5), &reply), OK);
     EXPECT_EQ(bytesOf(reply), statusReply(Status::fromServiceSpecificError(-5, "negative type")));
 
     fake->failNext(Status::fromExceptionCode(Status::EX_ILLEGAL_STATE, "busy"));
@@ -246,19 +219,6 @@ TEST(LumacastDispatchTest, StatusesThatAreNotOkTravelAlone) {
     Parcel r3;
     EXPECT_EQ(call(fake, 4, ILumacast::descriptor, nullptr, &r3), NO_MEMORY);
     EXPECT_EQ(r3.dataSize(), 0u);
-}
-
-TEST(LumacastDispatchTest, LocalInterfaceOnlyForTheExactDescriptor) {
-    sp<FakeLumacast> fake = new FakeLumacast();
-    EXPECT_EQ(String8(fake->getInterfaceDescriptor()), String8("kora.lumacast.ILumacast"));
-    EXPECT_EQ(fake->queryLocalInterface(String16("kora.lumacast.ILumacast")).get(),
-              static_cast<IInterface*>(fake.get()));
-    for (const char16_t* other : {u"kora.lumacast.ILumacas", u"kora.lumacast.ILumacastCallback",
-                                  u"Kora.lumacast.ILumacast", u""}) {
-        EXPECT_EQ(fake->queryLocalInterface(String16(other)), nullptr);
-    }
-    EXPECT_EQ(fake->queryLocalInterface(String16(u"kora.lumacast.ILumacast\0", 24)), nullptr);
-    EXPECT_EQ(IInterface::asBinder(fake).get(), static_cast<IBinder*>(fake.get()));
 }
 
 // Copied by static constructors of this file, which run before any of the interface library
@@ -279,19 +239,19 @@ TEST(DescriptorTest, ConstantDataBeforeAnyCodeRuns) {
 TEST(MotorDispatchTest, EveryCodeReadsItsArgumentsAndWritesItsResult) {
     sp<FakeKCameraMotor> fake = new FakeKCameraMotor();
     const Row rows[] = {
-            {10, nullptr, "get_mcu_version", stringValue("")},
-            {7, nullptr, "is_support_motor", boolValue(false)},
-            {1, stringValue("birch"), "set_client_type(birch)", nullptr},
-            {2, nullptr, "motor_down", intValue(-7)},
-            {3, nullptr, "motor_up", intValue(256)},
-            {4, nullptr, "get_motor_status", intValue(4096)},
-            {5, nullptr, "get_rise_time", intValue(1500)},
-            {6, nullptr, "get_switch_status", boolValue(true)},
-            {7, nullptr, "is_support_motor", boolValue(true)},
-            {8, boolValue(true), "set_status(1)", nullptr},
-            {9, nullptr, "get_status", boolValue(true)},
-            {10, nullptr, "get_mcu_version", stringValue("v1.2-birch")},
-            {11, stringValue("/data/fw.bin"), "mcu_upgrade(/data/fw.bin)", intValue(12)},
+            {10, nullptr, "get_mcu_version", values("")},
+            {7, nullptr, "is_support_motor", values(false)},
+            {1, values("birch"), "set_client_type(birch)", nullptr},
+            {2, nullptr, "motor_down", values(-7)},
+            {3, nullptr, "motor_up", values(256)},
+            {4, nullptr, "get_motor_status", values(4096)},
+            {5, nullptr, "get_rise_time", values(1500)},
+            {6, nullptr, "get_switch_status", values(true)},
+            {7, nullptr, "is_support_motor", values(true)},
+            {8, values(true), "set_status(1)", nullptr},
+            {9, nullptr, "get_status", values(true)},
+            {10, nullptr, "get_mcu_version", values("v1.2-birch")},
+            {11, values("/data/fw.bin"), "mcu_upgrade(/data/fw.bin)", values(12)},
     };
     std::vector<std::string> expectedCalls;
     for (const Row& row : rows) {
@@ -310,24 +270,14 @@ TEST(MotorDispatchTest, EveryCodeReadsItsArgumentsAndWritesItsResult) {
 TEST(MotorDispatchTest, RefusedRequestsLeaveTheReplyEmptyAndTheServiceUncalled) {
     sp<FakeKCameraMotor> fake = new FakeKCameraMotor();
     for (uint32_t code = 1; code <= 11; ++code) {
-        Parcel reply;
-        EXPECT_EQ(call(fake, code, ILumacast::descriptor, nullptr, &reply), BAD_TYPE);
-        EXPECT_EQ(reply.dataSize(), 0u);
+        expectRefused(fake, ILumacast::descriptor, code, nullptr, BAD_TYPE);
     }
-    Parcel reply;
-    EXPECT_EQ(call(fake, 8, IKCameraMotor::descriptor, nullptr, &reply), NOT_ENOUGH_DATA);
-    EXPECT_EQ(reply.dataSize(), 0u);
-    // A missing string is a null string: a null-pointer status, the service not called.
-    for (uint32_t code : {1u, 11u}) {
-        Parcel r;
-        EXPECT_EQ(call(fake, code, IKCameraMotor::descriptor, nullptr, &r), OK);
-        EXPECT_EQ(bytesOf(r), statusReply(Status::fromExceptionCode(Status::EX_NULL_POINTER)));
-    }
-    for (uint32_t code : {0u, 12u}) {
-        Parcel r;
-        EXPECT_EQ(call(fake, code, IKCameraMotor::descriptor, nullptr, &r), UNKNOWN_TRANSACTION);
-        EXPECT_EQ(r.dataSize(), 0u);
-    }
+    expectRefused(fake, IKCameraMotor::descriptor, 8, nullptr, NOT_ENOUGH_DATA);
+    // A missing string is a null string.
+    expectRefused(fake, IKCameraMotor::descriptor, 1, nullptr, OK);
+    expectRefused(fake, IKCameraMotor::descriptor, 11, nullptr, OK);
+    expectRefused(fake, IKCameraMotor::descriptor, 0, nullptr, UNKNOWN_TRANSACTION);
+    expectRefused(fake, IKCameraMotor::descriptor, 12, nullptr, UNKNOWN_TRANSACTION);
     EXPECT_TRUE(fake->calls().empty());
 
     fake->failNext(Status::fromExceptionCode(Status::EX_SECURITY));
@@ -336,53 +286,21 @@ TEST(MotorDispatchTest, RefusedRequestsLeaveTheReplyEmptyAndTheServiceUncalled) 
     EXPECT_EQ(bytesOf(r), statusReply(Status::fromExceptionCode(Status::EX_SECURITY)));
 }
 
-TEST(ListenerProxyTest, RequestsAreTheTokenThenTheArguments) {
+// The request bytes are checked by the callback-reply fuzzer's corpus and by the
+// generated listener stub in CompatTest; here, what comes back.
+TEST(ListenerProxyTest, RefusalsAndAnswersBecomeTheCallsStatus) {
     sp<RecordingBinder> remote = new RecordingBinder();
     sp<BpLumacastCallback> proxy = new BpLumacastCallback(remote);
-    auto expected = [](const Writer& args) {
-        Parcel p;
-        p.writeInterfaceToken(ILumacastCallback::descriptor);
-        args(p);
-        return bytesOf(p);
-    };
-
-    EXPECT_TRUE(proxy->onFrame(2, 7, {1, 2, 3}).isOk());
-    EXPECT_EQ(remote->code, 3u);
-    EXPECT_EQ(remote->flags, 0u);
-    EXPECT_EQ(remote->request, expected([](Parcel& p) {
-                  p.writeInt32(2);
-                  p.writeInt32(7);
-                  p.writeByteVector(std::vector<uint8_t>{1, 2, 3});
-              }));
-
-    EXPECT_TRUE(proxy->onProtoBuf({}).isOk());
-    EXPECT_EQ(remote->code, 2u);
-    EXPECT_EQ(remote->request, expected([](Parcel& p) { p.writeInt32(0); }));
-
-    EXPECT_TRUE(proxy->onAiData("{\"a\":\"\xc3\xa9\"}").isOk());
-    EXPECT_EQ(remote->code, 1u);
-    EXPECT_EQ(remote->request,
-              expected([](Parcel& p) { p.writeUtf8AsUtf16(std::string("{\"a\":\"\xc3\xa9\"}")); }));
 
     // Text that is no UTF-8 never leaves.
-    remote->code = 0;
-    const Status bad = proxy->onAiData("\xff");
-    EXPECT_EQ(bad.transactionError(), BAD_VALUE);
+    EXPECT_EQ(proxy->onAiData("\xff").transactionError(), BAD_VALUE);
     EXPECT_EQ(remote->code, 0u);
-}
-
-TEST(ListenerProxyTest, AnswersBecomeTheCallsStatus) {
-    sp<RecordingBinder> remote = new RecordingBinder();
-    sp<BpLumacastCallback> proxy = new BpLumacastCallback(remote);
 
     remote->answer = UNKNOWN_TRANSACTION;
     remote->writeStatus = false;
     Status s = proxy->onFrame(1, 1, {});
     EXPECT_EQ(s.exceptionCode(), Status::EX_TRANSACTION_FAILED);
     EXPECT_EQ(s.transactionError(), UNKNOWN_TRANSACTION);
-
-    remote->answer = DEAD_OBJECT;
-    EXPECT_EQ(proxy->onAiData("x").transactionError(), DEAD_OBJECT);
 
     remote->answer = OK;
     remote->writeStatus = true;

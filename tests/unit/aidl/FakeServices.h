@@ -53,11 +53,6 @@ inline std::string str(int32_t v) { return std::to_string(v); }
 
 class FakeLumacast : public kora::lumacast::BnLumacast, public Recorder {
   public:
-    size_t listenerCount() {
-        std::lock_guard<std::mutex> lock(mLock);
-        return mListeners.size();
-    }
-
     Status setCallback(const sp<ILumacastCallback>& cb, bool* r) override {
         return op("setCallback", [&] {
             mListeners.push_back(cb);

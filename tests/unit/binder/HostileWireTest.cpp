@@ -2,7 +2,6 @@
 // answers byte for byte, malformed ones are refused without crash, hang or leak.
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -12,7 +11,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <fstream>
 #include <functional>
 #include <string>
@@ -21,11 +19,14 @@
 
 #include "platform/host/src/binder/FlatObject.h"
 #include "platform/host/src/binder/Wire.h"
+#include "tests/unit/binder/BinderTestSupport.h"
 #include "tests/unit/binder/PeerService.h"
 
 using namespace android;
 using namespace android::hostbinder;
 namespace lt = lumacast::test;
+using lt::openFdCount;
+using lt::waitUntil;
 
 namespace {
 
@@ -35,23 +36,6 @@ template <typename T>
 void append(Bytes* b, const T& v) {
     const uint8_t* p = reinterpret_cast<const uint8_t*>(&v);
     b->insert(b->end(), p, p + sizeof(T));
-}
-
-size_t openFdCount() {
-    size_t n = 0;
-    DIR* d = opendir("/proc/self/fd");
-    while (dirent* e = readdir(d)) n += e->d_name[0] != '.';
-    closedir(d);
-    return n;
-}
-
-bool waitUntil(const std::function<bool()>& pred) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (!pred()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
 }
 
 struct Message {
@@ -157,15 +141,6 @@ ReplyBody replyOf(const Message& m) {
     return r;
 }
 
-Bytes string16Parcel(const std::u16string& s) {
-    Bytes b;
-    append(&b, static_cast<int32_t>(s.size()));
-    for (char16_t c : s) append(&b, c);
-    append(&b, char16_t(0));
-    if (b.size() % 4) b.resize(b.size() + 2, 0);
-    return b;
-}
-
 class HostileWireTest : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -184,8 +159,10 @@ class HostileWireTest : public ::testing::Test {
     // A greeted session and the service's address as the directory hands it out.
     uint64_t lookUp(RawPeer& peer) {
         EXPECT_TRUE(peer.hello());
-        std::u16string name(mName.begin(), mName.end());
-        EXPECT_TRUE(peer.transact(1, 0, kGetServiceTransaction, string16Parcel(name)));
+        Parcel name;
+        name.writeString16(String16(mName.c_str()));
+        EXPECT_TRUE(peer.transact(1, 0, kGetServiceTransaction,
+                                  Bytes(name.data(), name.data() + name.dataSize())));
         Message m;
         if (!peer.next(&m) || m.header.command != CMD_REPLY) return 0;
         const ReplyBody r = replyOf(m);
@@ -220,7 +197,8 @@ class HostileWireTest : public ::testing::Test {
     sp<lt::PeerService> mService;
 };
 
-TEST_F(HostileWireTest, BadReferencesAreRefusedAndTheSessionGoesOn) {
+// Refused parcels hand back the references they carried; the session goes on.
+TEST_F(HostileWireTest, BadReferencesAreRefusedAndReturned) {
     RawPeer peer(mSocketPath);
     const uint64_t address = lookUp(peer);
     ASSERT_NE(address, 0u);
@@ -260,12 +238,7 @@ TEST_F(HostileWireTest, BadReferencesAreRefusedAndTheSessionGoesOn) {
     append(&release, ReleaseBody{424242, 3, 0});
     ASSERT_TRUE(peer.send(CMD_RELEASE, release));
     EXPECT_EQ(addOne(peer, address, 1, ++callId), 2);
-}
 
-TEST_F(HostileWireTest, RefusedParcelHandsBackTheReferencesItCarried) {
-    RawPeer peer(mSocketPath);
-    const uint64_t address = lookUp(peer);
-    ASSERT_NE(address, 0u);
     // A good reference to an object of ours, then a bad one: the call is refused, and
     // the count of the good one comes back before the reply.
     Bytes data;
@@ -274,7 +247,6 @@ TEST_F(HostileWireTest, RefusedParcelHandsBackTheReferencesItCarried) {
     append(&data, FlatObject{BINDER_TYPE_HANDLE, 0, 5555, 0});
     append(&data, int32_t(0x0c000001));
     ASSERT_TRUE(peer.transact(30, address, lt::kHoldCallback, data, {0, 28}));
-    Message m;
     ASSERT_TRUE(peer.next(&m));
     ASSERT_EQ(m.header.command, CMD_RELEASE);
     ReleaseBody rel;
@@ -309,6 +281,8 @@ TEST_F(HostileWireTest, RefusedParcelHandsBackTheReferencesItCarried) {
 }
 
 TEST_F(HostileWireTest, ProtocolViolationsEndTheSessionAndLeakNothing) {
+    int fds[2];
+    ASSERT_EQ(pipe2(fds, O_CLOEXEC), 0);
     const size_t baseline = openFdCount();
     using Violation = std::function<void(RawPeer&)>;
     const std::vector<std::pair<const char*, Violation>> violations = {
@@ -356,6 +330,13 @@ TEST_F(HostileWireTest, ProtocolViolationsEndTheSessionAndLeakNothing) {
                  p.hello();
                  p.hello();
              }},
+            {"release carrying a descriptor it did not announce",
+             [&](RawPeer& p) {
+                 p.hello();
+                 Bytes body;
+                 append(&body, ReleaseBody{1, 1, 0});
+                 p.send(CMD_RELEASE, body, 0, fds[1]);
+             }},
     };
     for (const auto& [what, violate] : violations) {
         RawPeer peer(mSocketPath);
@@ -371,22 +352,9 @@ TEST_F(HostileWireTest, ProtocolViolationsEndTheSessionAndLeakNothing) {
     RawPeer good(mSocketPath);
     const uint64_t address = lookUp(good);
     EXPECT_EQ(addOne(good, address, 1, 2), 2);
-}
 
-TEST_F(HostileWireTest, UnannouncedDescriptorsAreClosed) {
-    int fds[2];
-    ASSERT_EQ(pipe2(fds, O_CLOEXEC), 0);
-    {
-        RawPeer peer(mSocketPath);
-        ASSERT_TRUE(peer.hello());
-        // A release carrying a descriptor it did not announce.
-        Bytes body;
-        append(&body, ReleaseBody{1, 1, 0});
-        ASSERT_TRUE(peer.send(CMD_RELEASE, body, 0, fds[1]));
-        EXPECT_TRUE(peer.closedByServer());
-    }
+    // Our write end was the last one besides the server's copy of the unannounced one.
     close(fds[1]);
-    // Our write end was the last one besides the server's copy.
     pollfd p{fds[0], POLLIN, 0};
     ASSERT_EQ(poll(&p, 1, 5000), 1);
     char c;

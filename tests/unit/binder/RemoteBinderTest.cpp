@@ -4,7 +4,6 @@
 #include <binder/IServiceManager.h>
 #include <binder/Parcel.h>
 #include <binder/ProcessState.h>
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -13,13 +12,13 @@
 
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <set>
 #include <thread>
 #include <vector>
 
+#include "tests/unit/binder/BinderTestSupport.h"
 #include "tests/unit/binder/ChildProcess.h"
 #include "tests/unit/binder/PeerProtocol.h"
 #include "tests/unit/binder/PeerService.h"
@@ -27,29 +26,14 @@
 using namespace android;
 using lumacast::test::ChildProcess;
 namespace lt = lumacast::test;
+using lt::openFdCount;
+using lt::waitUntil;
 
 namespace {
 
-bool waitUntil(const std::function<bool()>& pred,
-               std::chrono::milliseconds limit = std::chrono::seconds(5)) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!pred()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
-
-size_t openFdCount() {
-    size_t n = 0;
-    DIR* d = opendir("/proc/self/fd");
-    while (dirent* e = readdir(d)) n += e->d_name[0] != '.';
-    closedir(d);
-    return n;
-}
-
 // Answers kCallbackCode with the doubled int32 and remembers who called it on which
-// thread; tells the test when it is destroyed.
+// thread and with which thread state; leaves that state changed on the way out. Tells the
+// test when it is destroyed.
 class TestCallback : public BBinder {
   public:
     explicit TestCallback(std::shared_ptr<std::atomic<bool>> destroyed = nullptr)
@@ -67,17 +51,28 @@ class TestCallback : public BBinder {
         return mThreads;
     }
 
+    // The thread state the last call began with.
+    int32_t seenWorkSource = 0;
+    bool seenPropagate = true;
+    pid_t seenPid = 0;
+
   protected:
     status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) override {
         if (code != lt::kCallbackCode) return BBinder::onTransact(code, data, reply, flags);
         int32_t v = 0;
         status_t err = data.readInt32(&v);
         if (err != OK) return err;
+        IPCThreadState* const ts = IPCThreadState::self();
         {
             std::lock_guard<std::mutex> lock(mLock);
             mValues.push_back(v);
             mThreads.insert(std::this_thread::get_id());
+            seenWorkSource = static_cast<int32_t>(ts->getCallingWorkSourceUid());
+            seenPropagate = ts->shouldPropagateWorkSource();
+            seenPid = ts->getCallingPid();
         }
+        ts->setStrictModePolicy(0x7);
+        ts->setCallingWorkSourceUid(99);
         return reply->writeInt32(2 * v);
     }
 
@@ -114,44 +109,34 @@ class DeathWatcher : public IBinder::DeathRecipient {
     std::string mThread;
 };
 
-// Leaves the thread's strict-mode policy and work source changed, and notes what they
-// were when the call began.
-class StateChanger : public BBinder {
-  public:
-    int32_t seenWorkSource = 0;
-    bool seenPropagate = true;
-    pid_t seenPid = 0;
+void put(Parcel& p, int32_t v) { p.writeInt32(v); }
+void put(Parcel& p, const sp<IBinder>& b) { p.writeStrongBinder(b); }
+void put(Parcel& p, const std::vector<uint8_t>& bytes) { p.writeByteVector(bytes); }
 
-  protected:
-    status_t onTransact(uint32_t, const Parcel& data, Parcel* reply, uint32_t) override {
-        IPCThreadState* const ts = IPCThreadState::self();
-        seenWorkSource = static_cast<int32_t>(ts->getCallingWorkSourceUid());
-        seenPropagate = ts->shouldPropagateWorkSource();
-        seenPid = ts->getCallingPid();
-        ts->setStrictModePolicy(0x7);
-        ts->setCallingWorkSourceUid(99);
-        return reply->writeInt32(2 * data.readInt32());
-    }
-};
-
-status_t call(const sp<IBinder>& b, uint32_t code, const std::function<void(Parcel&)>& fill,
-              Parcel* reply) {
+// Sends the arguments in order (int32 values, binders, byte vectors).
+template <typename... Args>
+status_t call(const sp<IBinder>& b, uint32_t code, Parcel* reply, const Args&... args) {
     Parcel data;
-    if (fill) fill(data);
+    (put(data, args), ...);
     return b->transact(code, data, reply);
 }
 
 int32_t addOne(const sp<IBinder>& b, int32_t v) {
     Parcel reply;
-    if (call(
-                b, lt::kAddOne, [&](Parcel& p) { p.writeInt32(v); }, &reply) != OK)
-        return -1;
-    return reply.readInt32();
+    return call(b, lt::kAddOne, &reply, v) == OK ? reply.readInt32() : -1;
 }
 
 std::string uniqueName() {
     const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
     return std::string("peer.") + info->name();
+}
+
+std::set<std::string> listedServices() {
+    std::set<std::string> names;
+    for (const String16& s : defaultServiceManager()->listServices()) {
+        names.insert(String8(s).c_str());
+    }
+    return names;
 }
 
 class RemoteBinderTest : public ::testing::Test {
@@ -180,17 +165,17 @@ TEST_F(RemoteBinderTest, PlainCallsReachThePeer) {
     EXPECT_EQ(addOne(mService, -1), 0);
 
     Parcel reply;
-    ASSERT_EQ(call(mService, lt::kCallingPid, nullptr, &reply), OK);
+    ASSERT_EQ(call(mService, lt::kCallingPid, &reply), OK);
     EXPECT_EQ(reply.readInt32(), getpid());
     // Codes the object does not know come back as the object's own answer.
-    EXPECT_EQ(call(mService, 0x00abcdef, nullptr, &reply), UNKNOWN_TRANSACTION);
+    EXPECT_EQ(call(mService, 0x00abcdef, &reply), UNKNOWN_TRANSACTION);
     // Missing arguments are the peer's read error, carried back as the call's result.
-    EXPECT_EQ(call(mService, lt::kAddOne, nullptr, &reply), NOT_ENOUGH_DATA);
+    EXPECT_EQ(call(mService, lt::kAddOne, &reply), NOT_ENOUGH_DATA);
     // IPCThreadState.cpp executeCommand: only a negative result replaces the reply.
-    ASSERT_EQ(call(mService, lt::kPositiveResult, nullptr, &reply), OK);
+    ASSERT_EQ(call(mService, lt::kPositiveResult, &reply), OK);
     EXPECT_EQ(reply.readInt32(), 7);
     // Binder.cpp BBinder::transact answers DEBUG_PID in the peer.
-    ASSERT_EQ(call(mService, IBinder::DEBUG_PID_TRANSACTION, nullptr, &reply), OK);
+    ASSERT_EQ(call(mService, IBinder::DEBUG_PID_TRANSACTION, &reply), OK);
     EXPECT_EQ(reply.readInt32(), mPeer->pid());
     EXPECT_EQ(addOne(mService, 1), 2);
 }
@@ -198,10 +183,7 @@ TEST_F(RemoteBinderTest, PlainCallsReachThePeer) {
 TEST_F(RemoteBinderTest, ObjectsTravelBothWaysAndComeHomeAsThemselves) {
     sp<TestCallback> mine = new TestCallback();
     Parcel reply;
-    ASSERT_EQ(call(
-                      mService, lt::kReturnBinders,
-                      [&](Parcel& p) { p.writeStrongBinder(sp<IBinder>(mine)); }, &reply),
-              OK);
+    ASSERT_EQ(call(mService, lt::kReturnBinders, &reply, mine), OK);
     sp<IBinder> back;
     sp<IBinder> theirs;
     ASSERT_EQ(reply.readStrongBinder(&back), OK);
@@ -213,48 +195,24 @@ TEST_F(RemoteBinderTest, ObjectsTravelBothWaysAndComeHomeAsThemselves) {
     // The peer's object sent back to the peer is the peer's own object there, and the
     // same proxy here when it returns.
     Parcel reply2;
-    ASSERT_EQ(call(
-                      mService, lt::kReturnBinders, [&](Parcel& p) { p.writeStrongBinder(theirs); },
-                      &reply2),
-              OK);
+    ASSERT_EQ(call(mService, lt::kReturnBinders, &reply2, theirs), OK);
     sp<IBinder> theirsAgain;
     ASSERT_EQ(reply2.readStrongBinder(&theirsAgain), OK);
     EXPECT_EQ(theirsAgain.get(), theirs.get());
 }
 
-TEST_F(RemoteBinderTest, NestedCallbackRunsOnTheWaitingThread) {
-    sp<TestCallback> cb = new TestCallback();
-    Parcel reply;
-    ASSERT_EQ(call(
-                      mService, lt::kCallBackNested,
-                      [&](Parcel& p) {
-                          p.writeStrongBinder(sp<IBinder>(cb));
-                          p.writeInt32(21);
-                      },
-                      &reply),
-              OK);
-    EXPECT_EQ(reply.readInt32(), 42);
-    EXPECT_EQ(cb->values(), std::vector<int32_t>{21});
-    EXPECT_EQ(cb->threads(), std::set<std::thread::id>{std::this_thread::get_id()});
-}
-
 // libbinder IPCThreadState.cpp executeCommand, BR_TRANSACTION: the call starts with the
 // work source cleared, and identity, strict-mode policy and work source are put back after.
-TEST_F(RemoteBinderTest, ServingACallLeavesTheThreadStateAsItWas) {
+TEST_F(RemoteBinderTest, NestedCallbackRunsOnTheWaitingThreadAndLeavesItsStateAsItWas) {
     IPCThreadState* const ts = IPCThreadState::self();
     ts->setStrictModePolicy(0x15);
     const int64_t token = ts->setCallingWorkSourceUid(4242);
-    sp<StateChanger> cb = new StateChanger();
+    sp<TestCallback> cb = new TestCallback();
     Parcel reply;
-    ASSERT_EQ(call(
-                      mService, lt::kCallBackNested,
-                      [&](Parcel& p) {
-                          p.writeStrongBinder(sp<IBinder>(cb));
-                          p.writeInt32(4);
-                      },
-                      &reply),
-              OK);
-    EXPECT_EQ(reply.readInt32(), 8);
+    ASSERT_EQ(call(mService, lt::kCallBackNested, &reply, cb, 21), OK);
+    EXPECT_EQ(reply.readInt32(), 42);
+    EXPECT_EQ(cb->values(), std::vector<int32_t>{21});
+    EXPECT_EQ(cb->threads(), std::set<std::thread::id>{std::this_thread::get_id()});
     EXPECT_EQ(cb->seenPid, mPeer->pid());
     EXPECT_EQ(cb->seenWorkSource, IPCThreadState::kUnsetWorkSource);
     EXPECT_FALSE(cb->seenPropagate);
@@ -266,22 +224,39 @@ TEST_F(RemoteBinderTest, ServingACallLeavesTheThreadStateAsItWas) {
     ts->setStrictModePolicy(0);
 }
 
-TEST_F(RemoteBinderTest, PeerCallsBackFromItsOwnThreadAtAnyTime) {
-    sp<TestCallback> cb = new TestCallback();
+// The peer holds our object, calls it from a thread of its own and finally drops it.
+TEST_F(RemoteBinderTest, HeldObjectIsCalledFromThePeersThreadsAndReleasedWhenDropped) {
+    auto destroyed = std::make_shared<std::atomic<bool>>(false);
+    sp<TestCallback> cb = new TestCallback(destroyed);
+    // Sent twice one way: both calls return at once with no reply and are both served,
+    // and the peer's one proxy returns both counts at once in the end.
+    for (int i = 0; i < 2; ++i) {
+        Parcel data;
+        Parcel reply;
+        data.writeStrongBinder(sp<IBinder>(cb));
+        ASSERT_EQ(mService->transact(lt::kHoldCallback, data, &reply, IBinder::FLAG_ONEWAY), OK);
+        EXPECT_EQ(reply.dataSize(), 0u);
+    }
+    EXPECT_TRUE(waitUntil([&] {
+        Parcel reply;
+        return call(mService, lt::kHeldCount, &reply) == OK && reply.readInt32() == 2;
+    }));
+
     Parcel reply;
-    ASSERT_EQ(call(
-                      mService, lt::kHoldCallback,
-                      [&](Parcel& p) { p.writeStrongBinder(sp<IBinder>(cb)); }, &reply),
-              OK);
-    ASSERT_EQ(call(
-                      mService, lt::kFireHeld, [](Parcel& p) { p.writeInt32(50); }, &reply),
-              OK);
-    EXPECT_EQ(reply.readInt32(), 50);
-    std::vector<int32_t> expected(50);
-    for (int32_t i = 0; i < 50; ++i) expected[i] = i;
+    ASSERT_EQ(call(mService, lt::kFireHeld, &reply, 50), OK);
+    EXPECT_EQ(reply.readInt32(), 100);
+    std::vector<int32_t> expected;
+    for (int32_t i = 0; i < 50; ++i) expected.insert(expected.end(), {i, i});
     EXPECT_EQ(cb->values(), expected);
     // Not nested: served by this process's pool, not by the thread that waits.
     EXPECT_EQ(cb->threads().count(std::this_thread::get_id()), 0u);
+
+    cb.clear();
+    // Only the peer keeps it alive now.
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(destroyed->load());
+    ASSERT_EQ(call(mService, lt::kDropHeld, &reply), OK);
+    EXPECT_TRUE(waitUntil([&] { return destroyed->load(); }));
 }
 
 TEST_F(RemoteBinderTest, ManyThreadsCallAndGetCalledBackAtOnce) {
@@ -289,10 +264,7 @@ TEST_F(RemoteBinderTest, ManyThreadsCallAndGetCalledBackAtOnce) {
     constexpr int kRounds = 40;
     sp<TestCallback> held = new TestCallback();
     Parcel r;
-    ASSERT_EQ(call(
-                      mService, lt::kHoldCallback,
-                      [&](Parcel& p) { p.writeStrongBinder(sp<IBinder>(held)); }, &r),
-              OK);
+    ASSERT_EQ(call(mService, lt::kHoldCallback, &r, held), OK);
     std::atomic<int> failures{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
@@ -302,23 +274,13 @@ TEST_F(RemoteBinderTest, ManyThreadsCallAndGetCalledBackAtOnce) {
                 const int32_t v = t * 1000 + i;
                 if (addOne(mService, v) != v + 1) failures++;
                 Parcel reply;
-                if (call(
-                            mService, lt::kCallBackNested,
-                            [&](Parcel& p) {
-                                p.writeStrongBinder(sp<IBinder>(cb));
-                                p.writeInt32(v);
-                            },
-                            &reply) != OK ||
+                if (call(mService, lt::kCallBackNested, &reply, cb, v) != OK ||
                     reply.readInt32() != 2 * v) {
                     failures++;
                 }
-                if (i % 10 == 0) {
-                    if (call(
-                                mService, lt::kFireHeld, [](Parcel& p) { p.writeInt32(3); },
-                                &reply) != OK ||
-                        reply.readInt32() != 3) {
-                        failures++;
-                    }
+                if (i % 10 == 0 &&
+                    (call(mService, lt::kFireHeld, &reply, 3) != OK || reply.readInt32() != 3)) {
+                    failures++;
                 }
             }
             if (cb->values().size() != static_cast<size_t>(kRounds)) failures++;
@@ -327,21 +289,6 @@ TEST_F(RemoteBinderTest, ManyThreadsCallAndGetCalledBackAtOnce) {
     for (auto& t : threads) t.join();
     EXPECT_EQ(failures.load(), 0);
     EXPECT_EQ(held->values().size(), static_cast<size_t>(kThreads * (kRounds / 10) * 3));
-}
-
-TEST_F(RemoteBinderTest, OneWayCallsReturnAtOnceAndAreAllServed) {
-    sp<TestCallback> cb = new TestCallback();
-    for (int i = 0; i < 3; ++i) {
-        Parcel data;
-        Parcel reply;
-        data.writeStrongBinder(sp<IBinder>(cb));
-        ASSERT_EQ(mService->transact(lt::kHoldCallback, data, &reply, IBinder::FLAG_ONEWAY), OK);
-        EXPECT_EQ(reply.dataSize(), 0u);
-    }
-    EXPECT_TRUE(waitUntil([&] {
-        Parcel reply;
-        return call(mService, lt::kHeldCount, nullptr, &reply) == OK && reply.readInt32() == 3;
-    }));
 }
 
 TEST_F(RemoteBinderTest, DumpHandsTheDescriptorToThePeer) {
@@ -365,9 +312,7 @@ TEST_F(RemoteBinderTest, DumpHandsTheDescriptorToThePeer) {
 
 TEST_F(RemoteBinderTest, ParcelsUpToTheBinderLimitPassLargerOnesFail) {
     Parcel reply;
-    ASSERT_EQ(call(
-                      mService, lt::kBytes, [](Parcel& p) { p.writeInt32(200000); }, &reply),
-              OK);
+    ASSERT_EQ(call(mService, lt::kBytes, &reply, 200000), OK);
     std::vector<uint8_t> bytes;
     ASSERT_EQ(reply.readByteVector(&bytes), OK);
     ASSERT_EQ(bytes.size(), 200000u);
@@ -375,18 +320,14 @@ TEST_F(RemoteBinderTest, ParcelsUpToTheBinderLimitPassLargerOnesFail) {
     for (size_t i = 0; i < bytes.size(); ++i) intact &= bytes[i] == static_cast<uint8_t>(i);
     EXPECT_TRUE(intact);
 
-    std::vector<uint8_t> huge(1024 * 1024, 7);
-    EXPECT_EQ(call(
-                      mService, lt::kAddOne, [&](Parcel& p) { p.writeByteVector(huge); }, &reply),
-              FAILED_TRANSACTION);
+    const std::vector<uint8_t> huge(1024 * 1024, 7);
+    EXPECT_EQ(call(mService, lt::kAddOne, &reply, huge), FAILED_TRANSACTION);
     // A reply too large for the transport fails the call, not the session.
-    EXPECT_EQ(call(
-                      mService, lt::kBytes, [](Parcel& p) { p.writeInt32(1024 * 1024); }, &reply),
-              FAILED_TRANSACTION);
+    EXPECT_EQ(call(mService, lt::kBytes, &reply, 1024 * 1024), FAILED_TRANSACTION);
     EXPECT_EQ(addOne(mService, 9), 10);
 }
 
-TEST_F(RemoteBinderTest, PeerDeathFailsCallsAndTellsRecipients) {
+TEST_F(RemoteBinderTest, PeerDeathFailsCallsTellsRecipientsAndUnlistsItsServices) {
     sp<DeathWatcher> watcher = new DeathWatcher();
     ASSERT_EQ(mService->linkToDeath(watcher), OK);
     // libbinder BpBinder.cpp unlinkToDeath: a link is found by its recipient whatever the
@@ -404,17 +345,17 @@ TEST_F(RemoteBinderTest, PeerDeathFailsCallsAndTellsRecipients) {
     // BpBinder.cpp reportOneDeath: recipients are held weakly, so one that is gone is not told.
     auto goneTold = std::make_shared<std::atomic<int>>(0);
     ASSERT_EQ(mService->linkToDeath(new DeathWatcher(goneTold)), OK);
+    EXPECT_EQ(listedServices().count(mName), 1u);
 
     // One call is in progress when the peer goes; one kills it.
     std::atomic<status_t> sleeping{OK};
     std::thread sleeper([&] {
         Parcel reply;
-        sleeping = call(
-                mService, lt::kSleepMs, [](Parcel& p) { p.writeInt32(60000); }, &reply);
+        sleeping = call(mService, lt::kSleepMs, &reply, 60000);
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     Parcel reply;
-    EXPECT_EQ(call(mService, lt::kExitNow, nullptr, &reply), DEAD_OBJECT);
+    EXPECT_EQ(call(mService, lt::kExitNow, &reply), DEAD_OBJECT);
     sleeper.join();
     EXPECT_EQ(sleeping.load(), DEAD_OBJECT);
 
@@ -428,32 +369,8 @@ TEST_F(RemoteBinderTest, PeerDeathFailsCallsAndTellsRecipients) {
     EXPECT_EQ(mService->pingBinder(), DEAD_OBJECT);
     EXPECT_EQ(addOne(mService, 1), -1);
     EXPECT_EQ(mService->linkToDeath(new DeathWatcher()), DEAD_OBJECT);
+    EXPECT_TRUE(waitUntil([&] { return listedServices().count(mName) == 0; }));
     EXPECT_EQ(defaultServiceManager()->checkService(String16(mName.c_str())), nullptr);
-}
-
-TEST_F(RemoteBinderTest, ObjectIsReleasedWhenThePeerDropsIt) {
-    auto destroyed = std::make_shared<std::atomic<bool>>(false);
-    {
-        sp<TestCallback> cb = new TestCallback(destroyed);
-        Parcel reply;
-        ASSERT_EQ(call(
-                          mService, lt::kHoldCallback,
-                          [&](Parcel& p) { p.writeStrongBinder(sp<IBinder>(cb)); }, &reply),
-                  OK);
-        // Sent twice: the peer's one proxy returns both counts at once.
-        ASSERT_EQ(call(
-                          mService, lt::kHoldCallback,
-                          [&](Parcel& p) { p.writeStrongBinder(sp<IBinder>(cb)); }, &reply),
-                  OK);
-    }
-    Parcel reply;
-    ASSERT_EQ(call(mService, lt::kHeldCount, nullptr, &reply), OK);
-    EXPECT_EQ(reply.readInt32(), 2);
-    // Only the peer keeps it alive now.
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    EXPECT_FALSE(destroyed->load());
-    ASSERT_EQ(call(mService, lt::kDropHeld, nullptr, &reply), OK);
-    EXPECT_TRUE(waitUntil([&] { return destroyed->load(); }));
 }
 
 TEST(RemoteServiceTest, ServiceKeepsNoReferenceOfADeadClient) {
@@ -466,8 +383,7 @@ TEST(RemoteServiceTest, ServiceKeepsNoReferenceOfADeadClient) {
     ChildProcess client(BINDER_PEER_PATH, {"client", name});
     ASSERT_TRUE(waitUntil([&] {
         Parcel held;
-        service->transact(lt::kHeldCount, Parcel(), &held);
-        return held.readInt32() == 1;
+        return call(service, lt::kHeldCount, &held) == OK && held.readInt32() == 1;
     }));
     // The client holds the service, the service holds the client's object.
     // The call that brought it may still be finishing on a pool thread.
@@ -477,59 +393,26 @@ TEST(RemoteServiceTest, ServiceKeepsNoReferenceOfADeadClient) {
     client.wait();
     EXPECT_TRUE(waitUntil([&] { return service->getStrongCount() == baseline; }));
     // The held proxy now reports its object dead.
-    Parcel fire;
     Parcel reply;
-    fire.writeInt32(1);
-    ASSERT_EQ(service->transact(lt::kFireHeld, fire, &reply), OK);
+    ASSERT_EQ(call(service, lt::kFireHeld, &reply, 1), OK);
     EXPECT_EQ(reply.readInt32(), 0);
 }
 
-TEST(RemoteServiceTest, ListsOnlyServicesOfLiveProcesses) {
-    const std::string name = uniqueName();
-    sp<lt::PeerService> local = new lt::PeerService();
-    ASSERT_EQ(defaultServiceManager()->addService(String16((name + ".local").c_str()), local), OK);
-    auto peer = std::make_unique<ChildProcess>(BINDER_PEER_PATH,
-                                               std::vector<std::string>{"service", name});
-    ASSERT_NE(defaultServiceManager()->getService(String16(name.c_str())), nullptr);
-
-    auto listed = [&] {
-        std::set<std::string> names;
-        for (const String16& s : defaultServiceManager()->listServices()) {
-            names.insert(String8(s).c_str());
-        }
-        return names;
-    };
-    EXPECT_EQ(listed().count(name), 1u);
-    EXPECT_EQ(listed().count(name + ".local"), 1u);
-    // A local service is the object itself, not a proxy.
-    EXPECT_EQ(defaultServiceManager()->checkService(String16((name + ".local").c_str())).get(),
-              static_cast<IBinder*>(local.get()));
-
-    peer.reset();
-    EXPECT_TRUE(waitUntil([&] { return listed().count(name) == 0; }));
-    EXPECT_EQ(defaultServiceManager()->checkService(String16(name.c_str())), nullptr);
-    EXPECT_EQ(listed().count(name + ".local"), 1u);
-}
-
-TEST(RemoteServiceTest, ForkedChildStartsAfreshWithoutItsParentsSessions) {
+TEST_F(RemoteBinderTest, ForkedChildStartsAfreshWithoutItsParentsSessions) {
 #if defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "ThreadSanitizer cannot start threads after a multi-threaded fork";
 #else
     if (getenv("LUMACAST_TEST_EMULATOR") != nullptr) {
         GTEST_SKIP() << "qemu-user aborts when a multi-threaded process forks";
     }
-    ProcessState::self()->startThreadPool();
-    const std::string name = uniqueName();
-    ChildProcess peer(BINDER_PEER_PATH, {"service", name});
-    sp<IBinder> service = defaultServiceManager()->getService(String16(name.c_str()));
-    ASSERT_NE(service, nullptr);
-    ASSERT_EQ(addOne(service, 1), 2);
+    ASSERT_EQ(addOne(mService, 1), 2);
 
     const pid_t child = fork();
     if (child == 0) {
         // The inherited proxy belongs to the parent's session and is dead here.
-        const bool inheritedDead = service->transact(lt::kAddOne, Parcel(), nullptr) == DEAD_OBJECT;
-        sp<IBinder> fresh = defaultServiceManager()->getService(String16(name.c_str()));
+        const bool inheritedDead =
+                mService->transact(lt::kAddOne, Parcel(), nullptr) == DEAD_OBJECT;
+        sp<IBinder> fresh = defaultServiceManager()->getService(String16(mName.c_str()));
         const bool freshWorks = fresh != nullptr && addOne(fresh, 5) == 6;
         _exit(inheritedDead && freshWorks ? 0 : 1);
     }
@@ -537,7 +420,7 @@ TEST(RemoteServiceTest, ForkedChildStartsAfreshWithoutItsParentsSessions) {
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-    EXPECT_EQ(addOne(service, 2), 3);
+    EXPECT_EQ(addOne(mService, 2), 3);
 #endif
 }
 
