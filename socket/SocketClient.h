@@ -158,10 +158,10 @@ class SocketClient {
     //   write thread takes it         QUEUED -> WRITING              startWrite
     //   write ends or is refused      QUEUED, WRITING -> IDLE        socketWrite
     //
-    // While shutting down no connection is made. mLoopRunning is the link's own word on the
-    // read thread: a run that has decided to end still counts as busy in PThreadUtil, and
-    // init() must then hand over a new one. Likewise the writer is IDLE before PThreadUtil
-    // takes its next item.
+    // While shutting down no connection is made. mLoopRunning and mWriter are the link's
+    // own word on its threads, not PThreadUtil's busy flag, which lags behind: a run that
+    // has decided to end still counts as busy there, yet init() must hand over a new one;
+    // and a sender may refill mSendInfo as soon as the write has ended.
     std::mutex mMutex;
     std::condition_variable mCond;
     bool mShuttingDown;
