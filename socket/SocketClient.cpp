@@ -272,12 +272,8 @@ int SocketClient::socketRead() {
                             "SocketClient::socketRead 0 > mSocketFD:%d err", mSocketFD.load());
         ret = -2;
     }
-    int reconnectCount = 0;
-    if (ret == 0) runPasses(&reconnectCount);
-    while (!finishRun()) {
-        reconnectCount = 0;
-        runPasses(&reconnectCount);
-    }
+    if (ret == 0) runPasses();
+    while (!finishRun()) runPasses();
     return ret;
 }
 
@@ -292,8 +288,9 @@ bool SocketClient::finishRun() {
     return true;
 }
 
-void SocketClient::runPasses(int* reconnectCount) {
+void SocketClient::runPasses() {
     if (mIsUninit) return;
+    int reconnectCount = 0;
     // A camera that accepts and hangs up at once (firmware still booting, a server that
     // resets) would be reconnected in a tight loop: a successful reconnect does not count
     // against the run's budget, so that an occasional drop over hours of streaming never
@@ -312,10 +309,10 @@ void SocketClient::runPasses(int* reconnectCount) {
             if (!reconnect()) {
                 __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
                                     "SocketClient::socketRead reconnectSts:%d reconnectCount:%d", 0,
-                                    *reconnectCount);
-                if (*reconnectCount > kMaxReconnectCount || mIsUninit) return;
+                                    reconnectCount);
+                if (reconnectCount > kMaxReconnectCount || mIsUninit) return;
                 usleep(kReconnectPauseUs);
-                ++*reconnectCount;
+                ++reconnectCount;
                 if (mIsUninit) return;
                 continue;
             }

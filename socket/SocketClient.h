@@ -89,8 +89,8 @@ class SocketClient {
 
     // One pass: one message, as far as the stream allows.
     void readMessage();
-    // Passes until the run should end; counts failed reconnects in *reconnectCount.
-    void runPasses(int* reconnectCount);
+    // Passes until the run should end or its failed reconnects are used up.
+    void runPasses();
     // After a dropped connection: waits until *pause after that connection was made (or
     // until init() connects), then doubles *pause up to a cap.
     void paceAfterDrop(std::chrono::milliseconds* pause);
