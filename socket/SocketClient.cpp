@@ -134,9 +134,7 @@ bool SocketClient::beginConnectLocked() {
     return true;
 }
 
-void SocketClient::endConnectAttemptLocked() {
-    setStateLocked(DISCONNECT);
-}
+void SocketClient::endConnectAttemptLocked() { setStateLocked(DISCONNECT); }
 
 void SocketClient::endConnectAttempt() {
     std::lock_guard<std::mutex> lock(mMutex);
@@ -583,8 +581,8 @@ int SocketClient::socketWrite() {
     int ret = startWrite(&fd);
     if (ret == 0) {
         // MSG_NOSIGNAL: a camera that has closed the connection yields EPIPE, not SIGPIPE.
-        const ssize_t n = send(fd, mSendInfo.jsonData,
-                               static_cast<size_t>(mSendInfo.jsonDataLen), MSG_NOSIGNAL);
+        const ssize_t n = send(fd, mSendInfo.jsonData, static_cast<size_t>(mSendInfo.jsonDataLen),
+                               MSG_NOSIGNAL);
         const int err = errno;
         if (n < 0) {
             __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
@@ -659,8 +657,8 @@ void SocketClient::uninit() {
     {
         std::lock_guard<std::mutex> lock(mMutex);
         if (state == DISCONNECT) {
-            __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG,
-                                "SocketClient::uninit connectState:%d ", state);
+            __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient::uninit connectState:%d ",
+                                state);
             // A run waiting for the camera or between reconnects must still be ended.
             if (!mLoopRunning) return;
         }

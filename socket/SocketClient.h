@@ -142,8 +142,8 @@ class SocketClient {
     // The link's state machine, under one lock. connectState and mSocketFD stay atomic so
     // that the service and the read loop can look at them without it, but change only
     // under it. std::mutex rather than pthread: the waits below are predicates and one
-    // deadline, which std::condition_variable states directly. Every transition notifies
-    // mCond.
+    // deadline, which std::condition_variable states directly. Every transition that a
+    // thread may wait for notifies mCond.
     //
     //   event                         from -> to                     where
     //   init() or reconnect() begins  DISCONNECT -> CONNECTTING      beginConnectLocked
