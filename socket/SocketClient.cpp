@@ -71,11 +71,10 @@ SocketClient::SocketClient(ILumacastClient* client)
       mIsUninit(false),
       mSignalUninit(nullptr),
       mAiData(nullptr),
-      mShutdownPending(false),
-      mWriting(false),
       mDelivered(0),
+      mShuttingDown(false),
       mLoopRunning(false),
-      mWriteInFlight(false),
+      mWriter(Writer::IDLE),
       mSendFrame{} {
     mReadClient = new Client(this);
     mWriteClient = new Client(this);
@@ -124,10 +123,22 @@ int SocketClient::connectCamera(int* stage) {
     return fd;
 }
 
+void SocketClient::setStateLocked(ConnectState state) {
+    connectState = state;
+    mCond.notify_all();
+}
+
+bool SocketClient::beginConnectLocked() {
+    if (mShuttingDown || connectState != DISCONNECT) return false;
+    setStateLocked(CONNECTTING);
+    return true;
+}
+
+void SocketClient::endConnectAttemptLocked() { setStateLocked(DISCONNECT); }
+
 void SocketClient::endConnectAttempt() {
-    std::lock_guard<std::mutex> lock(mStateMutex);
-    connectState = DISCONNECT;
-    mStateCond.notify_all();
+    std::lock_guard<std::mutex> lock(mMutex);
+    endConnectAttemptLocked();
 }
 
 int SocketClient::connectOrEnd(bool byInit) {
@@ -156,44 +167,33 @@ int SocketClient::connectOrEnd(bool byInit) {
 }
 
 bool SocketClient::installSocket(int fd) {
-    std::unique_lock<std::mutex> lock(mStateMutex);
-    if (mShutdownPending) {
+    std::unique_lock<std::mutex> lock(mMutex);
+    if (mShuttingDown) {
         close(fd);
-        connectState = DISCONNECT;
-        mStateCond.notify_all();
+        endConnectAttemptLocked();
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
                             "SocketClient connection refused: shutting down");
         return false;
     }
-    closeSocketLocked(lock);
+    closeConnectionLocked(lock);
     mSocketFD = fd;
     mConnectedAt = std::chrono::steady_clock::now();
     mIsUninit = false;
-    connectState = CONNECTED;
-    mStateCond.notify_all();
+    setStateLocked(CONNECTED);
     return true;
 }
 
-void SocketClient::closeSocketLocked(std::unique_lock<std::mutex>& lock) {
+void SocketClient::closeConnectionLocked(std::unique_lock<std::mutex>& lock) {
     const int fd = mSocketFD;
-    if (fd < 0) return;
-    // Wakes a write blocked on a full socket; the close then waits until that write has
-    // returned, so the descriptor number is never reused under it.
-    shutdown(fd, SHUT_RDWR);
-    mStateCond.wait(lock, [this] { return !mWriting; });
-    close(fd);
-    mSocketFD = -1;
-}
-
-void SocketClient::dropConnection() {
-    std::unique_lock<std::mutex> lock(mStateMutex);
-    closeSocketLocked(lock);
-    if (connectState == CONNECTED) connectState = DISCONNECT;
-}
-
-bool SocketClient::loopRunning() {
-    std::lock_guard<std::mutex> lock(mLoopMutex);
-    return mLoopRunning;
+    if (fd >= 0) {
+        // Wakes a write blocked on a full socket; the close then waits until that write has
+        // returned, so the descriptor number is never reused under it.
+        shutdown(fd, SHUT_RDWR);
+        mCond.wait(lock, [this] { return mWriter != Writer::WRITING; });
+        close(fd);
+        mSocketFD = -1;
+    }
+    if (connectState == CONNECTED) setStateLocked(DISCONNECT);
 }
 
 bool SocketClient::init() {
@@ -203,8 +203,8 @@ bool SocketClient::init() {
         return true;
     }
     {
-        std::unique_lock<std::mutex> lock(mStateMutex);
-        if (mShutdownPending) {
+        std::unique_lock<std::mutex> lock(mMutex);
+        if (mShuttingDown) {
             __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "SocketClient::init shutting down");
             return false;
         }
@@ -213,11 +213,10 @@ bool SocketClient::init() {
             // its outcome is this call's too.
             __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient::init connectState:%d ",
                                 CONNECTTING);
-            mStateCond.wait(lock, [this] { return connectState != CONNECTTING; });
+            mCond.wait(lock, [this] { return connectState != CONNECTTING; });
             return connectState == CONNECTED;
         }
-        if (connectState == CONNECTED) return true;
-        connectState = CONNECTTING;
+        if (!beginConnectLocked()) return true;  // connected meanwhile
     }
     if (mThreadRead == nullptr || !mThreadRead->isInited()) {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
@@ -231,11 +230,9 @@ bool SocketClient::init() {
 
     bool handOver = false;
     {
-        std::lock_guard<std::mutex> lock(mLoopMutex);
-        if (!mLoopRunning) {
-            mLoopRunning = true;
-            handOver = true;
-        }
+        std::lock_guard<std::mutex> lock(mMutex);
+        handOver = !mLoopRunning;
+        mLoopRunning = true;
     }
     if (handOver) {
         __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient::init mThreadRead->process");
@@ -250,9 +247,8 @@ bool SocketClient::init() {
 bool SocketClient::reconnect() {
     __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient::reconnect start");
     {
-        std::lock_guard<std::mutex> lock(mStateMutex);
-        if (mShutdownPending || connectState != DISCONNECT) return false;
-        connectState = CONNECTTING;
+        std::lock_guard<std::mutex> lock(mMutex);
+        if (!beginConnectLocked()) return false;
     }
     __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient::reconnect connect ");
     const int fd = connectOrEnd(false);
@@ -274,35 +270,25 @@ int SocketClient::socketRead() {
                             "SocketClient::socketRead 0 > mSocketFD:%d err", mSocketFD.load());
         ret = -2;
     }
-    if (ret != 0) {
-        std::lock_guard<std::mutex> lock(mLoopMutex);
-        mLoopRunning = false;
-        if (mSignalUninit != nullptr) mSignalUninit->signal();
-        mLoopCond.notify_all();
-        return ret;
-    }
-    int reconnectCount = 0;
-    for (;;) {
-        runPasses(&reconnectCount);
-        if (finishRun()) break;
-        reconnectCount = 0;
-    }
-    return 0;
+    if (ret == 0) runPasses();
+    while (!finishRun()) runPasses();
+    return ret;
 }
 
 bool SocketClient::finishRun() {
-    std::lock_guard<std::mutex> lock(mLoopMutex);
+    std::lock_guard<std::mutex> lock(mMutex);
     // init() found this run going and left its new connection to it.
     if (!mIsUninit && connectState == CONNECTED) return false;
     mLoopRunning = false;
-    // Under mLoopMutex, so uninit() cannot delete the signal while it is given.
+    // Under mMutex, so uninit() cannot delete the signal while it is given.
     if (mSignalUninit != nullptr) mSignalUninit->signal();
-    mLoopCond.notify_all();
+    mCond.notify_all();
     return true;
 }
 
-void SocketClient::runPasses(int* reconnectCount) {
+void SocketClient::runPasses() {
     if (mIsUninit) return;
+    int reconnectCount = 0;
     // A camera that accepts and hangs up at once (firmware still booting, a server that
     // resets) would be reconnected in a tight loop: a successful reconnect does not count
     // against the run's budget, so that an occasional drop over hours of streaming never
@@ -321,10 +307,10 @@ void SocketClient::runPasses(int* reconnectCount) {
             if (!reconnect()) {
                 __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
                                     "SocketClient::socketRead reconnectSts:%d reconnectCount:%d", 0,
-                                    *reconnectCount);
-                if (*reconnectCount > kMaxReconnectCount || mIsUninit) return;
+                                    reconnectCount);
+                if (reconnectCount > kMaxReconnectCount || mIsUninit) return;
                 usleep(kReconnectPauseUs);
-                ++*reconnectCount;
+                ++reconnectCount;
                 if (mIsUninit) return;
                 continue;
             }
@@ -342,20 +328,18 @@ void SocketClient::runPasses(int* reconnectCount) {
 }
 
 void SocketClient::paceAfterDrop(std::chrono::milliseconds* pause) {
-    std::unique_lock<std::mutex> lock(mStateMutex);
+    std::unique_lock<std::mutex> lock(mMutex);
     const auto next = mConnectedAt + *pause;
     *pause = std::min(*pause * 2, kMaxDropPause);
     // A command that needs the camera connects through init() at once; its answer must
     // not wait for the pause.
-    mStateCond.wait_until(lock, next,
-                          [this] { return mShutdownPending || connectState == CONNECTED; });
+    mCond.wait_until(lock, next, [this] { return mShuttingDown || connectState == CONNECTED; });
 }
 
 void SocketClient::waitForCamera() {
     {
-        std::unique_lock<std::mutex> lock(mStateMutex);
-        closeSocketLocked(lock);
-        if (connectState == CONNECTED) connectState = DISCONNECT;
+        std::unique_lock<std::mutex> lock(mMutex);
+        closeConnectionLocked(lock);
     }
     __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient camera do not exit, wait");
     SignalUtil* signal = mSignalAddCamera.load();
@@ -405,7 +389,8 @@ void SocketClient::readMessage() {
         // socket would otherwise be read again at once, without end.
         mCounters.drops.fetch_add(1, std::memory_order_relaxed);
         mCounters.lastError.store(err, std::memory_order_relaxed);
-        dropConnection();
+        std::unique_lock<std::mutex> lock(mMutex);
+        closeConnectionLocked(lock);
         return;
     }
     if (headLen < LEN_AI_HEAD) {
@@ -574,76 +559,70 @@ void SocketClient::process(unsigned int cmd, unsigned char* data, int len) {
 }
 
 void SocketClient::sendFrame(unsigned int cmd, const unsigned char* data, int len) {
-    std::unique_lock<std::mutex> lock(mSendMutex);
-    mSendCond.wait(lock, [this] { return !mWriteInFlight; });
-    mSendInfo.cmd = cmd;
-    mSendInfo.jsonDataLen = len;
-    if (data == nullptr) {
-        mSendInfo.jsonData = nullptr;
-    } else {
-        // The writer looks at the first byte even of an empty frame.
-        memcpy(mSendFrame, data, len > 0 ? static_cast<size_t>(len) : 1);
-        mSendInfo.jsonData = mSendFrame;
+    {
+        std::unique_lock<std::mutex> lock(mMutex);
+        mCond.wait(lock, [this] { return mWriter == Writer::IDLE; });
+        mSendInfo.cmd = cmd;
+        mSendInfo.jsonDataLen = len;
+        if (data == nullptr) {
+            mSendInfo.jsonData = nullptr;
+        } else {
+            // The writer looks at the first byte even of an empty frame.
+            memcpy(mSendFrame, data, len > 0 ? static_cast<size_t>(len) : 1);
+            mSendInfo.jsonData = mSendFrame;
+        }
+        mWriter = Writer::QUEUED;
     }
-    mWriteInFlight = true;
-    lock.unlock();
     mThreadWrite->process(&mSendInfo);
 }
 
 int SocketClient::socketWrite() {
-    const int ret = writeFrame();
-    {
-        std::lock_guard<std::mutex> lock(mSendMutex);
-        mWriteInFlight = false;
+    int fd = -1;
+    int ret = startWrite(&fd);
+    if (ret == 0) {
+        // MSG_NOSIGNAL: a camera that has closed the connection yields EPIPE, not SIGPIPE.
+        const ssize_t n = send(fd, mSendInfo.jsonData, static_cast<size_t>(mSendInfo.jsonDataLen),
+                               MSG_NOSIGNAL);
+        const int err = errno;
+        if (n < 0) {
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                "SocketClient::socketWrite write ret:%d < 0 failed!(%s,%d)",
+                                static_cast<int>(n), strerror(err), err);
+            ret = -5;
+        }
     }
-    mSendCond.notify_all();
+    std::lock_guard<std::mutex> lock(mMutex);
+    mWriter = Writer::IDLE;
+    mCond.notify_all();
     return ret;
 }
 
-int SocketClient::writeFrame() {
-    int fd = -1;
-    {
-        std::lock_guard<std::mutex> lock(mStateMutex);
-        const ConnectState state = connectState;
-        if (state != CONNECTED) {
-            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                                "SocketClient::socketWrite connectState:%d err", state);
-            return -1;
-        }
-        fd = mSocketFD;
-        if (fd < 0) {
-            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                                "SocketClient::socketWrite mSocketFD:%d < 0 err", fd);
-            return -2;
-        }
-        if (mSendInfo.jsonData == nullptr || mSendInfo.jsonData[0] == 0) {
-            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                                "SocketClient::socketWrite nullptr == pSendInfo->jsonData err");
-            return -3;
-        }
-        if (mSendInfo.jsonDataLen < 1) {
-            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                                "SocketClient::socketWrite pSendInfo->jsonDataLen:%d <= 0 err",
-                                mSendInfo.jsonDataLen);
-            return -4;
-        }
-        mWriting = true;
-    }
-    // MSG_NOSIGNAL: a camera that has closed the connection yields EPIPE, not SIGPIPE.
-    const ssize_t n =
-            send(fd, mSendInfo.jsonData, static_cast<size_t>(mSendInfo.jsonDataLen), MSG_NOSIGNAL);
-    const int err = errno;
-    {
-        std::lock_guard<std::mutex> lock(mStateMutex);
-        mWriting = false;
-    }
-    mStateCond.notify_all();
-    if (n < 0) {
+int SocketClient::startWrite(int* fd) {
+    std::lock_guard<std::mutex> lock(mMutex);
+    const ConnectState state = connectState;
+    if (state != CONNECTED) {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "SocketClient::socketWrite write ret:%d < 0 failed!(%s,%d)",
-                            static_cast<int>(n), strerror(err), err);
-        return -5;
+                            "SocketClient::socketWrite connectState:%d err", state);
+        return -1;
     }
+    *fd = mSocketFD;
+    if (*fd < 0) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "SocketClient::socketWrite mSocketFD:%d < 0 err", *fd);
+        return -2;
+    }
+    if (mSendInfo.jsonData == nullptr || mSendInfo.jsonData[0] == 0) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "SocketClient::socketWrite nullptr == pSendInfo->jsonData err");
+        return -3;
+    }
+    if (mSendInfo.jsonDataLen < 1) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "SocketClient::socketWrite pSendInfo->jsonDataLen:%d <= 0 err",
+                            mSendInfo.jsonDataLen);
+        return -4;
+    }
+    mWriter = Writer::WRITING;
     return 0;
 }
 
@@ -673,23 +652,20 @@ void SocketClient::breakReadBlock() {
 
 void SocketClient::uninit() {
     const ConnectState state = connectState;
-    const bool running = loopRunning();
-    if (state == DISCONNECT) {
-        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient::uninit connectState:%d ",
-                            state);
-        // A run waiting for the camera or between reconnects must still be ended.
-        if (!running) return;
-    }
-    {
-        std::lock_guard<std::mutex> lock(mStateMutex);
-        mShutdownPending = true;
-        mIsUninit = true;
-    }
-    mStateCond.notify_all();  // ends a pause between reconnects
-    SignalUtil* signal = new SignalUtil();
+    SignalUtil* signal = nullptr;
     bool waitForLoop = false;
     {
-        std::lock_guard<std::mutex> lock(mLoopMutex);
+        std::lock_guard<std::mutex> lock(mMutex);
+        if (state == DISCONNECT) {
+            __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "SocketClient::uninit connectState:%d ",
+                                state);
+            // A run waiting for the camera or between reconnects must still be ended.
+            if (!mLoopRunning) return;
+        }
+        mShuttingDown = true;  // also ends a pause between reconnects
+        mIsUninit = true;
+        mCond.notify_all();
+        signal = new SignalUtil();
         // The loop may end before this thread begins to wait.
         signal->arm();
         mSignalUninit = signal;
@@ -703,39 +679,30 @@ void SocketClient::uninit() {
             __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "SocketClient::uninit retWait:%d",
                                 retWait);
         }
-        if (loopRunning()) {
+        std::unique_lock<std::mutex> lock(mMutex);
+        if (mLoopRunning) {
             // The camera did not answer: force a blocked read to return.
             __android_log_print(
                     ANDROID_LOG_ERROR, LOG_TAG,
                     "SocketClient::uninit read loop still running, shutting down the socket");
-            {
-                std::lock_guard<std::mutex> lock(mStateMutex);
-                if (mSocketFD >= 0) shutdown(mSocketFD, SHUT_RDWR);
-            }
+            if (mSocketFD >= 0) shutdown(mSocketFD, SHUT_RDWR);
             wakeCameraWait();
-            std::unique_lock<std::mutex> lock(mLoopMutex);
-            mLoopCond.wait(lock, [this] { return !mLoopRunning; });
+            mCond.wait(lock, [this] { return !mLoopRunning; });
         }
     }
-    {
-        std::lock_guard<std::mutex> lock(mLoopMutex);
-        mSignalUninit = nullptr;
-    }
-    delete signal;
     free(mRecvJson);
     mRecvJson = nullptr;
     {
+        std::unique_lock<std::mutex> lock(mMutex);
+        mSignalUninit = nullptr;
         // The unblocking command may still be queued: it goes out (or fails within the
         // send time-out) before the socket closes under it.
-        std::unique_lock<std::mutex> lock(mSendMutex);
-        mSendCond.wait(lock, [this] { return !mWriteInFlight; });
+        mCond.wait(lock, [this] { return mWriter == Writer::IDLE; });
+        closeConnectionLocked(lock);
+        mShuttingDown = false;
+        mCond.notify_all();
     }
-    {
-        std::unique_lock<std::mutex> lock(mStateMutex);
-        closeSocketLocked(lock);
-        connectState = DISCONNECT;
-        mShutdownPending = false;
-    }
+    delete signal;
     __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "uninit finish");
 }
 

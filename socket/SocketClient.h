@@ -83,10 +83,14 @@ class SocketClient {
     Counters mCounters;
 
   private:
+    // The write thread's part in the link: a frame is queued by one sender at a time and
+    // stays untouched until the write has ended; while WRITING the socket stays open.
+    enum class Writer { IDLE, QUEUED, WRITING };
+
     // One pass: one message, as far as the stream allows.
     void readMessage();
-    // Passes until the run should end; counts failed reconnects in *reconnectCount.
-    void runPasses(int* reconnectCount);
+    // Passes until the run should end or its failed reconnects are used up.
+    void runPasses();
     // After a dropped connection: waits until *pause after that connection was made (or
     // until init() connects), then doubles *pause up to a cap.
     void paceAfterDrop(std::chrono::milliseconds* pause);
@@ -102,18 +106,17 @@ class SocketClient {
     // connectCamera for init (byInit) and reconnect: a failure is logged with that caller's
     // text of the step that failed (socket or connect) and ends the attempt.
     int connectOrEnd(bool byInit);
-    // Back to DISCONNECT, waking callers that wait for a connect under way.
+    // The transitions of the table below; each *Locked one runs under mMutex.
+    bool beginConnectLocked();
+    void endConnectAttemptLocked();
     void endConnectAttempt();
-    // Installs a connected socket unless shutdown is under way; false if refused.
     bool installSocket(int fd);
-    // Closes the current socket (waiting for a write in progress) and moves
-    // CONNECTED to DISCONNECT.
-    void dropConnection();
-    void closeSocketLocked(std::unique_lock<std::mutex>& lock);
+    void closeConnectionLocked(std::unique_lock<std::mutex>& lock);
+    void setStateLocked(ConnectState state);
     void sendFrame(unsigned int cmd, const unsigned char* data, int len);
-    int writeFrame();
+    // The checks before a write; on success the writer is WRITING on *fd.
+    int startWrite(int* fd);
     void wakeCameraWait();
-    bool loopRunning();
 
     const char* mThreadWriteName;
     const char* mThreadReadName;
@@ -121,7 +124,7 @@ class SocketClient {
     PThreadUtil* mThreadRead;
     Client* mWriteClient;
     Client* mReadClient;
-    SendInfo mSendInfo;  // filled only while no frame is in flight
+    SendInfo mSendInfo;  // filled only while the writer is IDLE
     // Receive state; its address is the read thread's work item.
     uint16_t mDataType;
     uint32_t mJsonLen;
@@ -130,29 +133,41 @@ class SocketClient {
     std::atomic<int> mSocketFD;
     ILumacastClient* mLumacastClient;
     std::atomic<bool> mIsUninit;
-    SignalUtil* mSignalUninit;  // guarded by mLoopMutex
+    SignalUtil* mSignalUninit;  // guarded by mMutex
     unsigned char* mAiData;
-
-    // Connection changes: mSocketFD, connectState transitions, shutdown, and the pin
-    // that keeps a socket open while the write thread writes to it.
-    std::mutex mStateMutex;
-    std::condition_variable mStateCond;
-    bool mShutdownPending;                               // guarded by mStateMutex
-    bool mWriting;                                       // guarded by mStateMutex
-    std::chrono::steady_clock::time_point mConnectedAt;  // guarded by mStateMutex
-    // Blocks and results handed to the service; read thread only.
+    // Blocks and results handed to the service (messagesRead also counts messages that
+    // carried nothing); read thread only.
     uint64_t mDelivered;
 
-    // Whether a run of the read loop is under way, so that init() neither hands over a
-    // second run (which would block it) nor leaves a new connection without a reader.
-    std::mutex mLoopMutex;
-    std::condition_variable mLoopCond;
-    bool mLoopRunning;  // guarded by mLoopMutex
-
-    // Senders are served one at a time; a frame stays untouched until it is written.
-    std::mutex mSendMutex;
-    std::condition_variable mSendCond;
-    bool mWriteInFlight;  // guarded by mSendMutex
+    // The link's state machine, under one lock. connectState and mSocketFD stay atomic so
+    // that the service and the read loop can look at them without it, but change only
+    // under it. std::mutex rather than pthread: the waits below are predicates and one
+    // deadline, which std::condition_variable states directly. Every transition that a
+    // thread may wait for notifies mCond.
+    //
+    //   event                         from -> to                     where
+    //   init() or reconnect() begins  DISCONNECT -> CONNECTTING      beginConnectLocked
+    //   connect fails or is refused   CONNECTTING -> DISCONNECT      endConnectAttemptLocked
+    //   socket connected              CONNECTTING -> CONNECTED       installSocket
+    //   read fails, camera gone,      CONNECTED -> DISCONNECT        closeConnectionLocked
+    //     uninit()
+    //   uninit() begins / ends        mShuttingDown false <-> true   uninit
+    //   init() hands over a run       mLoopRunning false -> true     init
+    //   a run ends                    mLoopRunning true -> false     finishRun
+    //   process() queues a frame      IDLE -> QUEUED                 sendFrame
+    //   write thread takes it         QUEUED -> WRITING              startWrite
+    //   write ends or is refused      QUEUED, WRITING -> IDLE        socketWrite
+    //
+    // While shutting down no connection is made. mLoopRunning and mWriter are the link's
+    // own word on its threads, not PThreadUtil's busy flag, which lags behind: a run that
+    // has decided to end still counts as busy there, yet init() must hand over a new one;
+    // and a sender may refill mSendInfo as soon as the write has ended.
+    std::mutex mMutex;
+    std::condition_variable mCond;
+    bool mShuttingDown;
+    bool mLoopRunning;
+    Writer mWriter;
+    std::chrono::steady_clock::time_point mConnectedAt;
     unsigned char mSendFrame[MAX_FRAME_LEN];
 };
 
