@@ -1,8 +1,11 @@
 #pragma once
 
+#include <binder/IServiceManager.h>
+#include <binder/ProcessState.h>
 #include <binder/Status.h>
 #include <gtest/gtest.h>
 #include <kora/lumacast/BnLumacastCallback.h>
+#include <kora/lumacast/ILumacast.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,7 +22,9 @@
 
 namespace lumacast::e2e {
 
+using android::sp;
 using demo::FakeTv;
+using kora::lumacast::ILumacast;
 using namespace std::chrono_literals;
 
 // Generous bounds: what the daemon does within them is the test, not how fast it does it.
@@ -68,6 +73,13 @@ inline void plugAndWait(FakeTv& tv, const test::UsbProduct& product = test::kAcc
     ASSERT_TRUE(tv.plug(product, scene, &why)) << why;
     ASSERT_TRUE(tv.waitForProperty("sys.kora.usb.status", "1", kPlugMs))
             << "the daemon did not report the camera";
+}
+
+// The daemon's streaming service, with a thread pool here for the listeners it calls.
+inline sp<ILumacast> lumacastService() {
+    android::ProcessState::self()->startThreadPool();
+    return android::interface_cast<ILumacast>(
+            android::defaultServiceManager()->getService(android::String16("lumacastservice")));
 }
 
 // A listener in this process, on the aidl tool's generated stub, keeping what arrives.

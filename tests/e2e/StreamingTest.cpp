@@ -1,8 +1,5 @@
 // Cameras plugged in and out of a running lumacastd, commands over binder checked byte for
 // byte at the camera, and frames and AI results reaching listeners in other processes.
-#include <binder/IServiceManager.h>
-#include <binder/ProcessState.h>
-#include <kora/lumacast/ILumacast.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -15,19 +12,10 @@
 #include "tests/e2e/E2eSupport.h"
 #include "tests/support/TestEnv.h"
 
-using android::sp;
-using kora::lumacast::ILumacast;
-
 namespace lumacast::e2e {
 namespace {
 
 constexpr const char* kCameraAiText = "{\"faces\":[{\"x\":120,\"y\":80,\"w\":64,\"h\":64}]}";
-
-sp<ILumacast> lumacastService() {
-    android::ProcessState::self()->startThreadPool();
-    return android::interface_cast<ILumacast>(
-            android::defaultServiceManager()->getService(android::String16("lumacastservice")));
-}
 
 std::vector<std::string> withoutHeartbeats(const std::vector<std::string>& commands) {
     std::vector<std::string> out;

@@ -1,5 +1,5 @@
 // The command exchange with the camera: packets, result matching, rules, busy refusals,
-// time-outs and string limits.
+// time-outs, long answers and string limits.
 #include <future>
 
 #include "tests/unit/service/ServiceTestSupport.h"
@@ -95,7 +95,7 @@ TEST_F(CommandTest, EveryOperationSendsItsPacket) {
         cases[n].call();
         EXPECT_TRUE(cases[n].succeeded()) << cases[n].text;
         ASSERT_EQ(n + 1, camera->commandCount());
-        EXPECT_EQ(frameFor(cases[n].text), frames()[n]) << cases[n].text;
+        EXPECT_EQ(commandFrame(cases[n].text), frames()[n]) << cases[n].text;
     }
     EXPECT_EQ(1u, camera->connectionCount());
     EXPECT_TRUE(
@@ -180,6 +180,14 @@ TEST_F(CommandTest, ResultRulesJudgeTheCamerasAnswer) {
     EXPECT_FALSE(b);
     EXPECT_TRUE(log.contains(
             "LumacastService::mSignalSetAiSubscribe retWait:0, mCmd:1, mParam:0, mRetVal:6"));
+    // 150 bytes cannot be kept whole with their zero: cut to 99.
+    ReplyRule longText;
+    longText.text = "{\"cmd_id\":6,\"param\":1,\"rval\":0,\"v\":\"" + std::string(150, 'v') + "\"}";
+    camera->setRule(6, longText);
+    service->getAiProperty("p", &s);
+    EXPECT_EQ(longText.text.substr(0, 99), s);
+    EXPECT_TRUE(log.contains("LumacastService::processResult text len:" +
+                             std::to_string(longText.text.size()) + " cut to 99"));
 }
 
 // Only the answer's id decides whom it wakes; other ids and heartbeats wake nobody, and
@@ -295,41 +303,6 @@ TEST_F(CommandTest, OneAnswerCompletesBothCallsOfItsId) {
     EXPECT_EQ(4u, log.count("LumacastService::processResult  signal"));
 }
 
-TEST_F(CommandTest, TextQueriesReturnTheWholeAnswerSafely) {
-    ReplyRule text;
-    text.text = "{\"cmd_id\":15,\"param\":1,\"rval\":0,\"zoom\":\"2x\"}";
-    camera->setRule(15, text);
-    std::string value;
-    service->getZoomMode(&value);
-    EXPECT_EQ(text.text, value);
-
-    // 150 bytes cannot be kept whole with their zero: cut to 99.
-    ReplyRule longText;
-    longText.text = "{\"cmd_id\":6,\"param\":1,\"rval\":0,\"v\":\"" + std::string(150, 'v') + "\"}";
-    camera->setRule(6, longText);
-    service->getAiProperty("p", &value);
-    EXPECT_EQ(longText.text.substr(0, 99), value);
-    EXPECT_TRUE(log.contains("LumacastService::processResult text len:" +
-                             std::to_string(longText.text.size()) + " cut to 99"));
-}
-
-TEST_F(CommandTest, NotReadyCallsFailAndSendNothing) {
-    service->processCameraRemove();
-    bool b = true;
-    int32_t i = 5;
-    std::string s = "stale";
-    service->setZoomSwitch(true, &b);
-    EXPECT_FALSE(b);
-    service->getAiSubscribeStatus(&i);
-    EXPECT_EQ(0, i);
-    service->getAiSubscribe(&s);
-    EXPECT_EQ("", s);
-    EXPECT_TRUE(log.contains("LumacastService::setZoomSwitch failed", ANDROID_LOG_ERROR));
-    EXPECT_TRUE(log.contains("LumacastService::getAiSubscribeStatus failed", ANDROID_LOG_ERROR));
-    EXPECT_TRUE(log.contains("LumacastService::getAiSubscribe failed", ANDROID_LOG_ERROR));
-    EXPECT_EQ(0u, camera->commandCount());
-}
-
 // Strings are inserted as given; a text that would not fit its buffer (or the packet) is
 // refused with the failure value, and nothing is sent.
 TEST_F(CommandTest, StringArgumentsAtTheirLimits) {
@@ -382,7 +355,7 @@ TEST_F(CommandTest, StringArgumentsAtTheirLimits) {
         const size_t before = camera->commandCount();
         EXPECT_TRUE(limit.call(fits)) << limit.name;
         ASSERT_EQ(before + 1, camera->commandCount()) << limit.name;
-        EXPECT_EQ(frameFor(limit.text(fits)), frames().back()) << limit.name;
+        EXPECT_EQ(commandFrame(limit.text(fits)), frames().back()) << limit.name;
 
         for (size_t extra : {size_t{1}, size_t{4000}}) {
             b = true;

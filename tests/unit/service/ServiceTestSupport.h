@@ -27,6 +27,7 @@ using namespace std::chrono_literals;
 using android::sp;
 using android::binder::Status;
 using android::lumacast::LumacastService;
+using camsim::commandFrame;
 
 // An in-process listener recording what it receives; every call also goes to an optional
 // shared journal, so tests can see the order across listeners.
@@ -121,19 +122,6 @@ class ServiceTest : public ::testing::Test {
         text.resize(fread(&text[0], 1, text.size(), f));
         fclose(f);
         return text;
-    }
-
-    // The frame the camera must receive for `text`.
-    static std::string frameFor(const std::string& text) {
-        std::string frame = {'\xFF',
-                             '\x00',
-                             '\xAB',
-                             '\xBC',
-                             0,
-                             0,
-                             static_cast<char>(text.size() >> 8),
-                             static_cast<char>(text.size())};
-        return frame + text;
     }
 
     host::LogCapture log;

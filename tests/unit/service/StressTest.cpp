@@ -38,7 +38,8 @@ TEST_F(ServiceTest, TenThousandCallsNeverRunIntoTheTimeout) {
 
 // Everything at once: all fifteen commands from their own threads, data streaming to
 // listeners that come and go, heartbeats, and the camera leaving and coming back. The
-// race detector judges the run; afterwards the service must still work.
+// race detector judges the run; afterwards the service must still work, and be destroyed
+// while the camera streams.
 TEST_F(ServiceTest, EverythingAtOnce) {
     plugCamera();
     StreamPlan frames;
@@ -116,7 +117,6 @@ TEST_F(ServiceTest, EverythingAtOnce) {
     std::this_thread::sleep_for(2s);
     stop = true;
     for (auto& t : threads) t.join();
-    camera->stopStreams();
 
     EXPECT_GT(steady->count(), 0u);
     // The camera is present again; commands go through once the link has reconnected.
@@ -128,11 +128,14 @@ TEST_F(ServiceTest, EverythingAtOnce) {
     bool recovered = false;
     for (int i = 0; i < 10 && !recovered; ++i) recovered = works();
     EXPECT_TRUE(recovered);
+    // Torn down while the camera still streams to a listener.
     auto done = std::async(std::launch::async, [&] {
         adapter.reset();
         service.clear();
     });
     EXPECT_EQ(std::future_status::ready, done.wait_for(30s));
+    EXPECT_EQ("false", property("kora.camera.subscribe_status"));
+    camera->stopStreams();
 }
 
 }  // namespace
