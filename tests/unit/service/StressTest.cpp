@@ -58,34 +58,12 @@ TEST_F(ServiceTest, EverythingAtOnce) {
     proto.messagesPerSecond = 200;
     camera->startStream(proto);
 
-    struct Outs {
-        bool b;
-        int32_t i;
-        std::string s;
-    };
-    const std::vector<std::function<void(Outs&)>> commands = {
-            [&](Outs& o) { service->setZoomSwitch(true, &o.b); },
-            [&](Outs& o) { service->getZoomSwitch(&o.b); },
-            [&](Outs& o) { service->getAiAlgoList(&o.i); },
-            [&](Outs& o) { service->setAiSubscribeType(1, &o.b); },
-            [&](Outs& o) { service->getAiSubscribeStatus(&o.i); },
-            [&](Outs& o) { service->setAiProperty("p", &o.b); },
-            [&](Outs& o) { service->getAiProperty("p", &o.s); },
-            [&](Outs& o) { service->setAiSubscribe(1, "0", &o.b); },
-            [&](Outs& o) { service->getAiSubscribe(&o.s); },
-            [&](Outs& o) { service->grabFrame(1, "r", &o.b); },
-            [&](Outs& o) { service->sendDoa("1", &o.b); },
-            [&](Outs& o) { service->setAutoFraming(1, &o.b); },
-            [&](Outs& o) { service->getAutoFraming(&o.b); },
-            [&](Outs& o) { service->setZoomMode(1, 1, &o.b); },
-            [&](Outs& o) { service->getZoomMode(&o.s); },
-    };
     std::atomic<bool> stop{false};
     std::vector<std::thread> threads;
-    for (const auto& command : commands) {
-        threads.emplace_back([&, command] {
+    for (const Operation& operation : cameraOperations()) {
+        threads.emplace_back([&, operation] {
             Outs outs;
-            while (!stop) command(outs);
+            while (!stop) operation.call(service.get(), &outs);
         });
     }
     sp<TestListener> steady = new TestListener();

@@ -389,8 +389,9 @@ TEST_F(LinkTest, WriteToAResetCameraIsAnErrorNotASignal) {
     sigaction(SIGPIPE, &previous, nullptr);
 }
 
-// Commands go out while the camera streams: both directions stay intact.
-TEST_F(LinkTest, CommandsAndStreamShareTheLink) {
+// Many senders while the camera streams: every frame arrives whole, none interleaved or
+// lost, and both directions stay intact.
+TEST_F(LinkTest, ConcurrentSendersAndTheStreamShareTheLink) {
     StreamPlan plan;
     plan.blockSize = 4096;
     plan.blocksPerMessage = 2;
@@ -400,20 +401,33 @@ TEST_F(LinkTest, CommandsAndStreamShareTheLink) {
     plan.messagesPerSecond = 1000;
     camera->startStream(plan);
     connect();
+    constexpr int kThreads = 4;
     std::vector<std::thread> senders;
-    for (int t = 0; t < 4; ++t) {
+    for (int t = 0; t < kThreads; ++t) {
         senders.emplace_back([&, t] {
             for (int i = 0; i < 100; ++i) {
-                const std::string text = "{\"cmd_id\":" + std::to_string(20 + t) +
-                                         ",\"param\":" + std::to_string(i) + "}";
-                std::string frame = commandFrame(text);
+                std::string frame = commandFrame("{\"cmd_id\":" + std::to_string(t) +
+                                                 ",\"param\":" + std::to_string(i) + "}");
                 link->process(1, reinterpret_cast<unsigned char*>(&frame[0]),
                               static_cast<int>(frame.size()));
+                // Scribble at once: a link that kept the caller's pointer would send this.
+                std::fill(frame.begin(), frame.end(), '\0');
             }
         });
     }
     for (auto& s : senders) s.join();
     ASSERT_TRUE(camera->waitForCommands(400, 20s));
+    std::vector<int> next(kThreads, 0);
+    size_t total = 0;
+    for (const Command& c : camera->commands()) {
+        ASSERT_GE(c.cmdId, 0);
+        ASSERT_LT(c.cmdId, kThreads);
+        ASSERT_TRUE(c.param.has_value());
+        // Each sender's frames keep their order.
+        EXPECT_EQ(next[c.cmdId]++, *c.param);
+        total += c.frame.size();
+    }
+    EXPECT_EQ(total, camera->receivedBytes().size()) << "bytes outside any frame";
     // Every command is answered; frames and results arrive in stream order.
     ASSERT_TRUE(client.waitForCount(800 + 400, 30s));
     int nextParam = 0;

@@ -4,14 +4,11 @@
 #include <unistd.h>
 
 #include <random>
-#include <thread>
 
 #include "tests/unit/socket/LinkTestSupport.h"
 
-using android::lumacast::CONNECTED;
 using android::lumacast::SocketClient;
 using lumacast::camsim::Block;
-using lumacast::camsim::Command;
 using lumacast::camsim::commandFrame;
 using lumacast::camsim::dataMessage;
 using lumacast::camsim::encodeMessage;
@@ -97,39 +94,6 @@ TEST_F(LinkTest, UnfitFramesAreRefusedAndNothingIsWritten) {
     link->process(1, reinterpret_cast<unsigned char*>(&frame[0]), static_cast<int>(frame.size()));
     ASSERT_TRUE(camera->waitForCommands(1, 10s));
     EXPECT_EQ(frame, camera->receivedBytes());
-}
-
-// Many senders at once: every frame arrives whole, none interleaved or lost.
-TEST_F(LinkTest, ConcurrentSendersAreServedOneAtATime) {
-    connect();
-    constexpr int kThreads = 6;
-    constexpr int kPerThread = 150;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&, t] {
-            for (int i = 0; i < kPerThread; ++i) {
-                std::string frame = commandFrame("{\"cmd_id\":" + std::to_string(t) +
-                                                 ",\"param\":" + std::to_string(i) + "}");
-                link->process(static_cast<unsigned>(t), reinterpret_cast<unsigned char*>(&frame[0]),
-                              static_cast<int>(frame.size()));
-                // Scribble at once: a link that kept the caller's pointer would send this.
-                std::fill(frame.begin(), frame.end(), '\0');
-            }
-        });
-    }
-    for (auto& t : threads) t.join();
-    ASSERT_TRUE(camera->waitForCommands(kThreads * kPerThread, 20s));
-    std::vector<int> next(kThreads, 0);
-    for (const Command& c : camera->commands()) {
-        ASSERT_GE(c.cmdId, 0);
-        ASSERT_LT(c.cmdId, kThreads);
-        ASSERT_TRUE(c.param.has_value());
-        // Each sender's frames keep their order.
-        EXPECT_EQ(next[c.cmdId]++, *c.param);
-    }
-    size_t total = 0;
-    for (const Command& c : camera->commands()) total += c.frame.size();
-    EXPECT_EQ(total, camera->receivedBytes().size()) << "bytes outside any frame";
 }
 
 // The wire example of an AI JSON block, then frame blocks with their count and parameters.
