@@ -117,8 +117,7 @@ class RecordingListener : public kora::lumacast::BnLumacastCallback {
     }
 
     bool waitForFrames(size_t n, std::chrono::milliseconds timeout) {
-        std::unique_lock<std::mutex> lock(mMutex);
-        return mCond.wait_for(lock, timeout, [&] { return mFrames.size() >= n; });
+        return waitForAll(n, 0, 0, timeout);
     }
     bool waitForAll(size_t frames, size_t ai, size_t proto, std::chrono::milliseconds timeout) {
         std::unique_lock<std::mutex> lock(mMutex);
