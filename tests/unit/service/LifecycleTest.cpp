@@ -135,8 +135,8 @@ TEST_F(ServiceTest, ContinueProcessRefusesWhileConnecting) {
 }
 
 // The camera leaves: commands are refused, with failure values and nothing sent, and the
-// link lets its connection go. It comes
-// back: the waiting link reconnects by itself and commands work again.
+// link lets its connection go. It comes back: the waiting link reconnects by itself and
+// commands work again.
 TEST_F(ServiceTest, CameraRemovedAndBack) {
     plugCamera();
     ASSERT_TRUE(service->continueProcess());

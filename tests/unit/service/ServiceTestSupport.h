@@ -92,7 +92,7 @@ inline std::string property(const char* key) {
     return value;
 }
 
-// camsim's plain success answer to command `id`.
+// The result text camsim answers command `id` with.
 inline std::string answer(int id, int param, int rval) {
     return "{\"cmd_id\":" + std::to_string(id) + ",\"param\":" + std::to_string(param) +
            ",\"rval\":" + std::to_string(rval) + "}";
