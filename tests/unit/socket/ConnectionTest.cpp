@@ -49,7 +49,9 @@ bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds
     return true;
 }
 
-TEST_F(LinkTest, InitWithoutCameraFailsCleanly) {
+// A refused connect fails init cleanly. Later, init between two reconnect attempts of a
+// running loop connects and returns at once; the running loop reads the new connection.
+TEST_F(LinkTest, InitWithoutCameraFailsCleanlyAndDuringARunningLoopDoesNotWaitForIt) {
     ASSERT_TRUE(camera->setRefusing(true));
     link = std::make_unique<SocketClient>(&client);
     link->cameraExit = true;
@@ -65,6 +67,17 @@ TEST_F(LinkTest, InitWithoutCameraFailsCleanly) {
     ASSERT_TRUE(camera->setRefusing(false));
     EXPECT_TRUE(link->init());
     EXPECT_EQ(CONNECTED, link->connectState.load());
+
+    ASSERT_TRUE(camera->setRefusing(true));
+    camera->dropConnection();
+    ASSERT_TRUE(log.waitFor(reconnectLine(0), 20s));
+    ASSERT_TRUE(camera->setRefusing(false));
+    EXPECT_TRUE(finishesWithin(10s, [&] { EXPECT_TRUE(link->init()); }));
+    ASSERT_TRUE(camera->waitForConnections(2, 10s));
+    ASSERT_TRUE(camera->send(resultMessage("read by the running loop")));
+    ASSERT_TRUE(client.waitForCount(1));
+    EXPECT_EQ(1u, log.count("SocketClient::init mThreadRead->process"));
+    EXPECT_EQ(2u, camera->connectionCount());
 }
 
 // End of stream and a reset both count as a dropped connection: no tight loop on the
@@ -158,22 +171,6 @@ TEST_F(LinkTest, GivesUpAfterElevenFailedReconnectsThenInitStartsAfresh) {
     // Destroyed between two reconnects, the loop ends without finishing its run.
     EXPECT_TRUE(finishesWithin(20s, [&] { link.reset(); }));
     EXPECT_EQ(1u, log.count(reconnectLine(10)));
-}
-
-// init between two reconnect attempts of a running loop connects and returns at once;
-// the running loop reads the new connection.
-TEST_F(LinkTest, InitDuringARunningLoopDoesNotWaitForIt) {
-    connect();
-    ASSERT_TRUE(camera->setRefusing(true));
-    camera->dropConnection();
-    ASSERT_TRUE(log.waitFor(reconnectLine(0), 20s));
-    ASSERT_TRUE(camera->setRefusing(false));
-    EXPECT_TRUE(finishesWithin(10s, [&] { EXPECT_TRUE(link->init()); }));
-    ASSERT_TRUE(camera->waitForConnections(2, 10s));
-    ASSERT_TRUE(camera->send(resultMessage("read by the running loop")));
-    ASSERT_TRUE(client.waitForCount(1));
-    EXPECT_EQ(1u, log.count("SocketClient::init mThreadRead->process"));
-    EXPECT_EQ(2u, camera->connectionCount());
 }
 
 // Removed while the first of two blocks is handed on: the second is not read.
