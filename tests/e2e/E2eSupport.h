@@ -1,8 +1,11 @@
 #pragma once
 
+#include <binder/IServiceManager.h>
+#include <binder/ProcessState.h>
 #include <binder/Status.h>
 #include <gtest/gtest.h>
 #include <kora/lumacast/BnLumacastCallback.h>
+#include <kora/lumacast/ILumacast.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,7 +22,9 @@
 
 namespace lumacast::e2e {
 
+using android::sp;
 using demo::FakeTv;
+using kora::lumacast::ILumacast;
 using namespace std::chrono_literals;
 
 // Generous bounds: what the daemon does within them is the test, not how fast it does it.
@@ -70,6 +75,13 @@ inline void plugAndWait(FakeTv& tv, const test::UsbProduct& product = test::kAcc
             << "the daemon did not report the camera";
 }
 
+// The daemon's streaming service, with a thread pool here for the listeners it calls.
+inline sp<ILumacast> lumacastService() {
+    android::ProcessState::self()->startThreadPool();
+    return android::interface_cast<ILumacast>(
+            android::defaultServiceManager()->getService(android::String16("lumacastservice")));
+}
+
 // A listener in this process, on the aidl tool's generated stub, keeping what arrives.
 class RecordingListener : public kora::lumacast::BnLumacastCallback {
   public:
@@ -105,8 +117,7 @@ class RecordingListener : public kora::lumacast::BnLumacastCallback {
     }
 
     bool waitForFrames(size_t n, std::chrono::milliseconds timeout) {
-        std::unique_lock<std::mutex> lock(mMutex);
-        return mCond.wait_for(lock, timeout, [&] { return mFrames.size() >= n; });
+        return waitForAll(n, 0, 0, timeout);
     }
     bool waitForAll(size_t frames, size_t ai, size_t proto, std::chrono::milliseconds timeout) {
         std::unique_lock<std::mutex> lock(mMutex);

@@ -1,5 +1,5 @@
 // The command exchange with the camera: packets, result matching, rules, busy refusals,
-// time-outs and string limits.
+// time-outs, long answers and string limits.
 #include <future>
 
 #include "tests/unit/service/ServiceTestSupport.h"
@@ -10,11 +10,6 @@ using lumacast::camsim::resultMessage;
 
 namespace lumacast::test {
 namespace {
-
-std::string answer(int id, int param, int rval) {
-    return "{\"cmd_id\":" + std::to_string(id) + ",\"param\":" + std::to_string(param) +
-           ",\"rval\":" + std::to_string(rval) + "}";
-}
 
 ReplyRule rule(int param, int rval) {
     ReplyRule r;
@@ -49,53 +44,13 @@ class CommandTest : public ServiceTest {
 
 // Every operation sends its own text, framed, and reads a plain success answer.
 TEST_F(CommandTest, EveryOperationSendsItsPacket) {
-    bool b = false;
-    int32_t i = 0;
-    std::string s;
-    struct Case {
-        std::function<void()> call;
-        std::string text;
-        std::function<bool()> succeeded;
-    };
-    const std::vector<Case> cases = {
-            {[&] { service->setZoomSwitch(true, &b); }, "{\"cmd_id\":14,\"param\":1}",
-             [&] { return b; }},
-            {[&] { service->getZoomSwitch(&b); }, "{\"cmd_id\":15,\"param\":0}", [&] { return b; }},
-            {[&] { service->getAiAlgoList(&i); }, "{\"cmd_id\":16,\"param\":0}",
-             [&] { return i == 1; }},
-            {[&] { service->setAiSubscribeType(-1, &b); }, "{\"cmd_id\":1,\"param\":-1}",
-             [&] { return b; }},
-            {[&] { service->getAiSubscribeStatus(&i); }, "{\"cmd_id\":2,\"param\":0}",
-             [&] { return i == 1; }},
-            {[&] { service->setAiProperty("face", &b); }, "{\"cmd_id\":5,\"param\":\"face\"}",
-             [&] { return b; }},
-            {[&] { service->getAiProperty("x", &s); }, "{\"cmd_id\":6,\"param\":\"x\"}",
-             [&] { return s == answer(6, 1, 0); }},
-            {[&] { service->setAiSubscribe(3, "[1,2]", &b); },
-             "{\"cmd_id\":1,\"param\":3,\"option\":[1,2]}", [&] { return b; }},
-            {[&] { service->getAiSubscribe(&s); }, "{\"cmd_id\":2,\"param\":0}",
-             [&] { return s == answer(2, 1, 0); }},
-            {[&] { service->grabFrame(2, "1920x1080", &b); },
-             "{\"cmd_id\":3,\"param_1\":2,\"param_2\":\"1920x1080\"}", [&] { return b; }},
-            {[&] { service->sendDoa("{\"angle\":30}", &b); },
-             "{\"cmd_id\":4,\"param\":{\"angle\":30}}", [&] { return b; }},
-            {[&] { service->setAutoFraming(1, &b); }, "{\"cmd_id\":12,\"param\":1}",
-             [&] { return b; }},
-            {[&] { service->getAutoFraming(&b); }, "{\"cmd_id\":13,\"param\":0}",
-             [&] { return b; }},
-            {[&] { service->setZoomMode(2, -3, &b); }, "{\"cmd_id\":14,\"param\":2,\"mode\":-3}",
-             [&] { return b; }},
-            {[&] { service->getZoomMode(&s); }, "{\"cmd_id\":15,\"param\":0}",
-             [&] { return s == answer(15, 1, 0); }},
-    };
-    for (size_t n = 0; n < cases.size(); ++n) {
-        b = false;
-        i = 0;
-        s.clear();
-        cases[n].call();
-        EXPECT_TRUE(cases[n].succeeded()) << cases[n].text;
+    const std::vector<Operation> operations = cameraOperations();
+    for (size_t n = 0; n < operations.size(); ++n) {
+        Outs outs;
+        operations[n].call(service.get(), &outs);
+        EXPECT_TRUE(operations[n].succeeded(outs)) << operations[n].text;
         ASSERT_EQ(n + 1, camera->commandCount());
-        EXPECT_EQ(frameFor(cases[n].text), frames()[n]) << cases[n].text;
+        EXPECT_EQ(commandFrame(operations[n].text), frames()[n]) << operations[n].text;
     }
     EXPECT_EQ(1u, camera->connectionCount());
     EXPECT_TRUE(
@@ -180,6 +135,14 @@ TEST_F(CommandTest, ResultRulesJudgeTheCamerasAnswer) {
     EXPECT_FALSE(b);
     EXPECT_TRUE(log.contains(
             "LumacastService::mSignalSetAiSubscribe retWait:0, mCmd:1, mParam:0, mRetVal:6"));
+    // 150 bytes cannot be kept whole with their zero: cut to 99.
+    ReplyRule longText;
+    longText.text = "{\"cmd_id\":6,\"param\":1,\"rval\":0,\"v\":\"" + std::string(150, 'v') + "\"}";
+    camera->setRule(6, longText);
+    service->getAiProperty("p", &s);
+    EXPECT_EQ(longText.text.substr(0, 99), s);
+    EXPECT_TRUE(log.contains("LumacastService::processResult text len:" +
+                             std::to_string(longText.text.size()) + " cut to 99"));
 }
 
 // Only the answer's id decides whom it wakes; other ids and heartbeats wake nobody, and
@@ -260,135 +223,66 @@ TEST_F(CommandTest, SecondCallOfAWaitingKindIsRefusedAtOnce) {
 
 // One answer completes every waiting call that shares its id, each judging it.
 TEST_F(CommandTest, OneAnswerCompletesBothCallsOfItsId) {
-    bool b1 = false;
-    bool b2 = false;
-    int32_t i = 0;
-    std::string s;
-    struct Pair {
-        int id;
-        std::function<void()> first, second;
-        std::function<bool()> succeeded;
-    };
-    const std::vector<Pair> pairs = {
-            {1, [&] { service->setAiSubscribe(1, "0", &b1); },
-             [&] { service->setAiSubscribeType(1, &b2); }, [&] { return b1 && b2; }},
-            {2, [&] { service->getAiSubscribe(&s); }, [&] { service->getAiSubscribeStatus(&i); },
-             [&] { return s == answer(2, 1, 0) && i == 1; }},
-            {14, [&] { service->setZoomMode(1, 1, &b1); },
-             [&] { service->setZoomSwitch(true, &b2); }, [&] { return b1 && b2; }},
-            {15, [&] { service->getZoomMode(&s); }, [&] { service->getZoomSwitch(&b2); },
-             [&] { return s == answer(15, 1, 0) && b2; }},
-    };
-    for (const Pair& pair : pairs) {
-        b1 = b2 = false;
-        camera->setRule(pair.id, silent());
+    for (int id : {1, 2, 14, 15}) {
+        const std::string prefix = "{\"cmd_id\":" + std::to_string(id) + ",";
+        std::vector<Operation> sharing;
+        for (const Operation& op : cameraOperations()) {
+            if (op.text.compare(0, prefix.size(), prefix) == 0) sharing.push_back(op);
+        }
+        ASSERT_EQ(2u, sharing.size()) << id;
+        camera->setRule(id, silent());
         const size_t sent = camera->commandCount();
-        auto a = std::async(std::launch::async, pair.first);
-        auto b = std::async(std::launch::async, pair.second);
+        Outs first, second;
+        auto a = std::async(std::launch::async, [&] { sharing[0].call(service.get(), &first); });
+        auto b = std::async(std::launch::async, [&] { sharing[1].call(service.get(), &second); });
         ASSERT_TRUE(camera->waitForCommands(sent + 2, 10s));
-        ASSERT_TRUE(camera->send(resultMessage(answer(pair.id, 1, 0))));
-        ASSERT_EQ(std::future_status::ready, a.wait_for(2s)) << pair.id;
-        ASSERT_EQ(std::future_status::ready, b.wait_for(2s)) << pair.id;
-        EXPECT_TRUE(pair.succeeded()) << pair.id;
+        ASSERT_TRUE(camera->send(resultMessage(answer(id, 1, 0))));
+        ASSERT_EQ(std::future_status::ready, a.wait_for(2s)) << id;
+        ASSERT_EQ(std::future_status::ready, b.wait_for(2s)) << id;
+        EXPECT_TRUE(sharing[0].succeeded(first)) << id;
+        EXPECT_TRUE(sharing[1].succeeded(second)) << id;
         camera->clearRules();  // the link's own shutdown command carries id 1
     }
     EXPECT_EQ(4u, log.count("LumacastService::processResult  signal"));
 }
 
-TEST_F(CommandTest, TextQueriesReturnTheWholeAnswerSafely) {
-    ReplyRule text;
-    text.text = "{\"cmd_id\":15,\"param\":1,\"rval\":0,\"zoom\":\"2x\"}";
-    camera->setRule(15, text);
-    std::string value;
-    service->getZoomMode(&value);
-    EXPECT_EQ(text.text, value);
-
-    // 150 bytes cannot be kept whole with their zero: cut to 99.
-    ReplyRule longText;
-    longText.text = "{\"cmd_id\":6,\"param\":1,\"rval\":0,\"v\":\"" + std::string(150, 'v') + "\"}";
-    camera->setRule(6, longText);
-    service->getAiProperty("p", &value);
-    EXPECT_EQ(longText.text.substr(0, 99), value);
-    EXPECT_TRUE(log.contains("LumacastService::processResult text len:" +
-                             std::to_string(longText.text.size()) + " cut to 99"));
-}
-
-TEST_F(CommandTest, NotReadyCallsFailAndSendNothing) {
-    service->processCameraRemove();
-    bool b = true;
-    int32_t i = 5;
-    std::string s = "stale";
-    service->setZoomSwitch(true, &b);
-    EXPECT_FALSE(b);
-    service->getAiSubscribeStatus(&i);
-    EXPECT_EQ(0, i);
-    service->getAiSubscribe(&s);
-    EXPECT_EQ("", s);
-    EXPECT_TRUE(log.contains("LumacastService::setZoomSwitch failed", ANDROID_LOG_ERROR));
-    EXPECT_TRUE(log.contains("LumacastService::getAiSubscribeStatus failed", ANDROID_LOG_ERROR));
-    EXPECT_TRUE(log.contains("LumacastService::getAiSubscribe failed", ANDROID_LOG_ERROR));
-    EXPECT_EQ(0u, camera->commandCount());
-}
-
 // Strings are inserted as given; a text that would not fit its buffer (or the packet) is
 // refused with the failure value, and nothing is sent.
 TEST_F(CommandTest, StringArgumentsAtTheirLimits) {
+    using Call = std::function<void(const std::string&, Outs*)>;
     struct Limit {
-        const char* name;
-        size_t longest;                                // longest accepted argument
-        std::function<bool(const std::string&)> call;  // true: the call succeeded
-        std::function<std::string(const std::string&)> text;
+        size_t longest;  // longest accepted argument
+        Call call;
+        std::string before, after;  // the command text around the argument
     };
-    bool b = false;
-    std::string s;
     const std::vector<Limit> limits = {
-            {"setAiProperty", 169,
-             [&](const std::string& a) {
-                 service->setAiProperty(a, &b);
-                 return b;
-             },
-             [](const std::string& a) { return "{\"cmd_id\":5,\"param\":\"" + a + "\"}"; }},
-            {"getAiProperty", 169,
-             [&](const std::string& a) {
-                 service->getAiProperty(a, &s);
-                 return !s.empty();
-             },
-             [](const std::string& a) { return "{\"cmd_id\":6,\"param\":\"" + a + "\"}"; }},
-            {"setAiSubscribe", 67,
-             [&](const std::string& a) {
-                 service->setAiSubscribe(0, a, &b);
-                 return b;
-             },
-             [](const std::string& a) {
-                 return "{\"cmd_id\":1,\"param\":0,\"option\":" + a + "}";
-             }},
-            {"grabFrame", 62,
-             [&](const std::string& a) {
-                 service->grabFrame(0, a, &b);
-                 return b;
-             },
-             [](const std::string& a) {
-                 return "{\"cmd_id\":3,\"param_1\":0,\"param_2\":\"" + a + "\"}";
-             }},
-            {"sendDoa", 171,
-             [&](const std::string& a) {
-                 service->sendDoa(a, &b);
-                 return b;
-             },
-             [](const std::string& a) { return "{\"cmd_id\":4,\"param\":" + a + "}"; }},
+            {169, [&](const std::string& a, Outs* o) { service->setAiProperty(a, &o->b); },
+             "{\"cmd_id\":5,\"param\":\"", "\"}"},
+            {169, [&](const std::string& a, Outs* o) { service->getAiProperty(a, &o->s); },
+             "{\"cmd_id\":6,\"param\":\"", "\"}"},
+            {67, [&](const std::string& a, Outs* o) { service->setAiSubscribe(0, a, &o->b); },
+             "{\"cmd_id\":1,\"param\":0,\"option\":", "}"},
+            {62, [&](const std::string& a, Outs* o) { service->grabFrame(0, a, &o->b); },
+             "{\"cmd_id\":3,\"param_1\":0,\"param_2\":\"", "\"}"},
+            {171, [&](const std::string& a, Outs* o) { service->sendDoa(a, &o->b); },
+             "{\"cmd_id\":4,\"param\":", "}"},
     };
     for (const Limit& limit : limits) {
         const std::string fits(limit.longest, '7');
         const size_t before = camera->commandCount();
-        EXPECT_TRUE(limit.call(fits)) << limit.name;
-        ASSERT_EQ(before + 1, camera->commandCount()) << limit.name;
-        EXPECT_EQ(frameFor(limit.text(fits)), frames().back()) << limit.name;
+        Outs outs;
+        limit.call(fits, &outs);
+        EXPECT_TRUE(outs.b || !outs.s.empty()) << limit.before;
+        ASSERT_EQ(before + 1, camera->commandCount()) << limit.before;
+        EXPECT_EQ(commandFrame(limit.before + fits + limit.after), frames().back()) << limit.before;
 
         for (size_t extra : {size_t{1}, size_t{4000}}) {
-            b = true;
-            s = "stale";
-            EXPECT_FALSE(limit.call(std::string(limit.longest + extra, '7'))) << limit.name;
-            EXPECT_EQ(before + 1, camera->commandCount()) << limit.name << " sent an overlong text";
+            Outs refused{true, 0, "stale"};
+            limit.call(std::string(limit.longest + extra, '7'), &refused);
+            // A setter writes false, the text query an empty text.
+            EXPECT_TRUE(!refused.b || refused.s.empty()) << limit.before;
+            EXPECT_EQ(before + 1, camera->commandCount())
+                    << limit.before << " sent an overlong text";
         }
     }
 }

@@ -36,25 +36,15 @@ void frame(LumacastService* service, const std::string& bytes, int count = 1, in
                           static_cast<int>(bytes.size()));
 }
 
-TEST_F(ServiceTest, NullListenersAreRefused) {
-    bool ok = true;
-    service->setCallback(nullptr, &ok);
-    EXPECT_FALSE(ok);
-    EXPECT_TRUE(log.contains("LumacastService::setCallback nullptr == cb.get() err",
-                             ANDROID_LOG_ERROR));
-    ok = true;
-    service->removeCallback(nullptr, &ok);
-    EXPECT_FALSE(ok);
-    EXPECT_TRUE(log.contains("LumacastService::removeCallback nullptr == cb.get() err",
-                             ANDROID_LOG_ERROR));
-    EXPECT_EQ(0, adapter->getCallbackSize());
-    EXPECT_EQ("false", property("kora.camera.subscribe_status"));
-}
-
+// A listener whose calls fail (its process died) stays registered and does not keep the
+// data from the listeners after it. Every listener gets exactly the block's bytes.
 TEST_F(ServiceTest, DeliveryFollowsRegistrationOrder) {
+    // Without listeners the data is dropped quietly.
+    frame(service.get(), "nobody");
     Journal journal;
     sp<TestListener> l1 = new TestListener("1", journal.sink());
-    sp<TestListener> l2 = new TestListener("2", journal.sink());
+    sp<TestListener> l2 =
+            new TestListener("2", journal.sink(), Status::fromStatusT(android::DEAD_OBJECT));
     sp<TestListener> l3 = new TestListener("3", journal.sink());
     bool ok = false;
     for (const auto& l : {l1, l2, l3}) {
@@ -68,18 +58,44 @@ TEST_F(ServiceTest, DeliveryFollowsRegistrationOrder) {
     service->setCallback(l2, &ok);
     EXPECT_EQ(1u, log.count("LumacastService::insertListener already exist, remove"));
     EXPECT_TRUE(log.contains("LumacastService::insertListener size = 3 "));
-    frame(service.get(), "b");
-    std::string json = "{}";
-    service->processAiJson(reinterpret_cast<unsigned char*>(&json[0]), 2);
-    EXPECT_EQ("132132", journal.take());
+    const std::string binary("\x00\x01\xFF\x00z", 5);
+    frame(service.get(), binary, 2, 7);
+    std::string proto = binary + '\0';
+    service->processAiProtobuf(reinterpret_cast<unsigned char*>(&proto[0]), 5);
+    // AI JSON reaches listeners up to an embedded zero.
+    std::string json("{\"a\":1}\0tail", 12);
+    json += '\0';
+    service->processAiJson(reinterpret_cast<unsigned char*>(&json[0]), 12);
+    EXPECT_EQ("132132132", journal.take());
     EXPECT_EQ(3, adapter->getCallbackSize());
+    const auto events = l3->events();
+    ASSERT_EQ(4u, events.size());
+    EXPECT_EQ('f', events[1].kind);
+    EXPECT_EQ(2, events[1].blockCount);
+    EXPECT_EQ(7, events[1].blockParam);
+    EXPECT_EQ(binary, events[1].data);
+    EXPECT_EQ('p', events[2].kind);
+    EXPECT_EQ(binary, events[2].data);
+    EXPECT_EQ('j', events[3].kind);
+    EXPECT_EQ("{\"a\":1}", events[3].data);
 }
 
 TEST_F(ServiceTest, SubscribeStatusTracksTheList) {
     sp<TestListener> a = new TestListener();
     sp<TestListener> b = new TestListener();
     sp<TestListener> stranger = new TestListener();
-    bool ok = false;
+    bool ok = true;
+    service->setCallback(nullptr, &ok);
+    EXPECT_FALSE(ok);
+    EXPECT_TRUE(log.contains("LumacastService::setCallback nullptr == cb.get() err",
+                             ANDROID_LOG_ERROR));
+    ok = true;
+    service->removeCallback(nullptr, &ok);
+    EXPECT_FALSE(ok);
+    EXPECT_TRUE(log.contains("LumacastService::removeCallback nullptr == cb.get() err",
+                             ANDROID_LOG_ERROR));
+    EXPECT_EQ(0, adapter->getCallbackSize());
+    EXPECT_EQ("false", property("kora.camera.subscribe_status"));
 
     // Removing from an empty list announces "nobody listens".
     property_set("kora.camera.subscribe_status", "true");
@@ -112,73 +128,6 @@ TEST_F(ServiceTest, SubscribeStatusTracksTheList) {
     EXPECT_EQ(1, adapter->getCallbackSize());
     service->removeCallback(proxy1, &ok);
     EXPECT_EQ(0, adapter->getCallbackSize());
-}
-
-// A listener whose calls fail (its process died) stays registered and does not keep the
-// data from the listeners after it.
-TEST_F(ServiceTest, FailingListenerDoesNotStopTheOthers) {
-    Journal journal;
-    sp<TestListener> dead =
-            new TestListener("d", journal.sink(), Status::fromStatusT(android::DEAD_OBJECT));
-    sp<TestListener> alive = new TestListener("a", journal.sink());
-    bool ok = false;
-    service->setCallback(dead, &ok);
-    service->setCallback(alive, &ok);
-    frame(service.get(), "x");
-    std::string json = "{\"a\":1}";
-    service->processAiJson(reinterpret_cast<unsigned char*>(&json[0]),
-                           static_cast<int>(json.size()));
-    std::string proto = "pb";
-    service->processAiProtobuf(reinterpret_cast<unsigned char*>(&proto[0]), 2);
-    EXPECT_EQ("dadada", journal.take());
-    EXPECT_EQ(2, adapter->getCallbackSize());
-}
-
-TEST_F(ServiceTest, ListenersGetExactlyTheBlockBytes) {
-    // Without listeners the data is dropped quietly.
-    frame(service.get(), "nobody");
-
-    sp<TestListener> listener = new TestListener();
-    bool ok = false;
-    service->setCallback(listener, &ok);
-    const std::string binary("\x00\x01\xFF\x00z", 5);
-    frame(service.get(), binary, 2, 7);
-    std::string proto = binary + '\0';
-    service->processAiProtobuf(reinterpret_cast<unsigned char*>(&proto[0]), 5);
-    // AI JSON reaches listeners up to an embedded zero.
-    std::string json("{\"a\":1}\0tail", 12);
-    json += '\0';
-    service->processAiJson(reinterpret_cast<unsigned char*>(&json[0]), 12);
-    const auto events = listener->events();
-    ASSERT_EQ(3u, events.size());
-    EXPECT_EQ('f', events[0].kind);
-    EXPECT_EQ(2, events[0].blockCount);
-    EXPECT_EQ(7, events[0].blockParam);
-    EXPECT_EQ(binary, events[0].data);
-    EXPECT_EQ('p', events[1].kind);
-    EXPECT_EQ(binary, events[1].data);
-    EXPECT_EQ('j', events[2].kind);
-    EXPECT_EQ("{\"a\":1}", events[2].data);
-}
-
-// From camsim through the link to the listener, in stream order.
-TEST_F(ServiceTest, CameraDataReachesListenersInStreamOrder) {
-    plugCamera();
-    sp<TestListener> listener = new TestListener();
-    bool ok = false;
-    service->setCallback(listener, &ok);
-    ASSERT_TRUE(service->continueProcess());
-    ASSERT_TRUE(camera->waitForConnections(1, 10s));
-    ASSERT_TRUE(camera->send(dataMessage(3, {"f0", "f1"}, 40) + dataMessage(1, {"{\"face\":1}"}) +
-                             dataMessage(2, {std::string("\x08\x01", 2)})));
-    ASSERT_TRUE(listener->waitForCount(4));
-    const auto events = listener->events();
-    EXPECT_EQ('f', events[0].kind);
-    EXPECT_EQ(40, events[0].blockParam);
-    EXPECT_EQ(2, events[1].blockCount);
-    EXPECT_EQ("f1", events[1].data);
-    EXPECT_EQ("{\"face\":1}", events[2].data);
-    EXPECT_EQ(std::string("\x08\x01", 2), events[3].data);
 }
 
 // A listener may call the service from inside its callback; binder runs that call on the

@@ -27,6 +27,7 @@ using namespace std::chrono_literals;
 using android::sp;
 using android::binder::Status;
 using android::lumacast::LumacastService;
+using camsim::commandFrame;
 
 // An in-process listener recording what it receives; every call also goes to an optional
 // shared journal, so tests can see the order across listeners.
@@ -91,6 +92,67 @@ inline std::string property(const char* key) {
     return value;
 }
 
+// The result text camsim answers command `id` with.
+inline std::string answer(int id, int param, int rval) {
+    return "{\"cmd_id\":" + std::to_string(id) + ",\"param\":" + std::to_string(param) +
+           ",\"rval\":" + std::to_string(rval) + "}";
+}
+
+// What a camera operation writes back.
+struct Outs {
+    bool b = false;
+    int32_t i = 0;
+    std::string s;
+};
+
+// Every camera operation, the text the camera must receive for it, and whether what it
+// wrote back is a success after camsim's plain answer.
+struct Operation {
+    std::string text;
+    std::function<void(LumacastService*, Outs*)> call;
+    std::function<bool(const Outs&)> succeeded;
+};
+
+inline std::vector<Operation> cameraOperations() {
+    const auto isTrue = [](const Outs& o) { return o.b; };
+    const auto isOne = [](const Outs& o) { return o.i == 1; };
+    const auto isAnswer = [](int id) {
+        return [id](const Outs& o) { return o.s == answer(id, 1, 0); };
+    };
+    return {
+            {"{\"cmd_id\":14,\"param\":1}",
+             [](LumacastService* sv, Outs* o) { sv->setZoomSwitch(true, &o->b); }, isTrue},
+            {"{\"cmd_id\":15,\"param\":0}",
+             [](LumacastService* sv, Outs* o) { sv->getZoomSwitch(&o->b); }, isTrue},
+            {"{\"cmd_id\":16,\"param\":0}",
+             [](LumacastService* sv, Outs* o) { sv->getAiAlgoList(&o->i); }, isOne},
+            {"{\"cmd_id\":1,\"param\":-1}",
+             [](LumacastService* sv, Outs* o) { sv->setAiSubscribeType(-1, &o->b); }, isTrue},
+            {"{\"cmd_id\":2,\"param\":0}",
+             [](LumacastService* sv, Outs* o) { sv->getAiSubscribeStatus(&o->i); }, isOne},
+            {"{\"cmd_id\":5,\"param\":\"face\"}",
+             [](LumacastService* sv, Outs* o) { sv->setAiProperty("face", &o->b); }, isTrue},
+            {"{\"cmd_id\":6,\"param\":\"x\"}",
+             [](LumacastService* sv, Outs* o) { sv->getAiProperty("x", &o->s); }, isAnswer(6)},
+            {"{\"cmd_id\":1,\"param\":3,\"option\":[1,2]}",
+             [](LumacastService* sv, Outs* o) { sv->setAiSubscribe(3, "[1,2]", &o->b); }, isTrue},
+            {"{\"cmd_id\":2,\"param\":0}",
+             [](LumacastService* sv, Outs* o) { sv->getAiSubscribe(&o->s); }, isAnswer(2)},
+            {"{\"cmd_id\":3,\"param_1\":2,\"param_2\":\"1920x1080\"}",
+             [](LumacastService* sv, Outs* o) { sv->grabFrame(2, "1920x1080", &o->b); }, isTrue},
+            {"{\"cmd_id\":4,\"param\":{\"angle\":30}}",
+             [](LumacastService* sv, Outs* o) { sv->sendDoa("{\"angle\":30}", &o->b); }, isTrue},
+            {"{\"cmd_id\":12,\"param\":1}",
+             [](LumacastService* sv, Outs* o) { sv->setAutoFraming(1, &o->b); }, isTrue},
+            {"{\"cmd_id\":13,\"param\":0}",
+             [](LumacastService* sv, Outs* o) { sv->getAutoFraming(&o->b); }, isTrue},
+            {"{\"cmd_id\":14,\"param\":2,\"mode\":-3}",
+             [](LumacastService* sv, Outs* o) { sv->setZoomMode(2, -3, &o->b); }, isTrue},
+            {"{\"cmd_id\":15,\"param\":0}",
+             [](LumacastService* sv, Outs* o) { sv->getZoomMode(&o->s); }, isAnswer(15)},
+    };
+}
+
 // A service with camsim playing the camera on its real address; the camera is reported
 // present unless a test says otherwise.
 class ServiceTest : public ::testing::Test {
@@ -121,19 +183,6 @@ class ServiceTest : public ::testing::Test {
         text.resize(fread(&text[0], 1, text.size(), f));
         fclose(f);
         return text;
-    }
-
-    // The frame the camera must receive for `text`.
-    static std::string frameFor(const std::string& text) {
-        std::string frame = {'\xFF',
-                             '\x00',
-                             '\xAB',
-                             '\xBC',
-                             0,
-                             0,
-                             static_cast<char>(text.size() >> 8),
-                             static_cast<char>(text.size())};
-        return frame + text;
     }
 
     host::LogCapture log;

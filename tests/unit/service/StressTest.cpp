@@ -38,7 +38,8 @@ TEST_F(ServiceTest, TenThousandCallsNeverRunIntoTheTimeout) {
 
 // Everything at once: all fifteen commands from their own threads, data streaming to
 // listeners that come and go, heartbeats, and the camera leaving and coming back. The
-// race detector judges the run; afterwards the service must still work.
+// race detector judges the run; afterwards the service must still work, and be destroyed
+// while the camera streams.
 TEST_F(ServiceTest, EverythingAtOnce) {
     plugCamera();
     StreamPlan frames;
@@ -57,34 +58,12 @@ TEST_F(ServiceTest, EverythingAtOnce) {
     proto.messagesPerSecond = 200;
     camera->startStream(proto);
 
-    struct Outs {
-        bool b;
-        int32_t i;
-        std::string s;
-    };
-    const std::vector<std::function<void(Outs&)>> commands = {
-            [&](Outs& o) { service->setZoomSwitch(true, &o.b); },
-            [&](Outs& o) { service->getZoomSwitch(&o.b); },
-            [&](Outs& o) { service->getAiAlgoList(&o.i); },
-            [&](Outs& o) { service->setAiSubscribeType(1, &o.b); },
-            [&](Outs& o) { service->getAiSubscribeStatus(&o.i); },
-            [&](Outs& o) { service->setAiProperty("p", &o.b); },
-            [&](Outs& o) { service->getAiProperty("p", &o.s); },
-            [&](Outs& o) { service->setAiSubscribe(1, "0", &o.b); },
-            [&](Outs& o) { service->getAiSubscribe(&o.s); },
-            [&](Outs& o) { service->grabFrame(1, "r", &o.b); },
-            [&](Outs& o) { service->sendDoa("1", &o.b); },
-            [&](Outs& o) { service->setAutoFraming(1, &o.b); },
-            [&](Outs& o) { service->getAutoFraming(&o.b); },
-            [&](Outs& o) { service->setZoomMode(1, 1, &o.b); },
-            [&](Outs& o) { service->getZoomMode(&o.s); },
-    };
     std::atomic<bool> stop{false};
     std::vector<std::thread> threads;
-    for (const auto& command : commands) {
-        threads.emplace_back([&, command] {
+    for (const Operation& operation : cameraOperations()) {
+        threads.emplace_back([&, operation] {
             Outs outs;
-            while (!stop) command(outs);
+            while (!stop) operation.call(service.get(), &outs);
         });
     }
     sp<TestListener> steady = new TestListener();
@@ -116,7 +95,6 @@ TEST_F(ServiceTest, EverythingAtOnce) {
     std::this_thread::sleep_for(2s);
     stop = true;
     for (auto& t : threads) t.join();
-    camera->stopStreams();
 
     EXPECT_GT(steady->count(), 0u);
     // The camera is present again; commands go through once the link has reconnected.
@@ -128,11 +106,14 @@ TEST_F(ServiceTest, EverythingAtOnce) {
     bool recovered = false;
     for (int i = 0; i < 10 && !recovered; ++i) recovered = works();
     EXPECT_TRUE(recovered);
+    // Torn down while the camera still streams to a listener.
     auto done = std::async(std::launch::async, [&] {
         adapter.reset();
         service.clear();
     });
     EXPECT_EQ(std::future_status::ready, done.wait_for(30s));
+    EXPECT_EQ("false", property("kora.camera.subscribe_status"));
+    camera->stopStreams();
 }
 
 }  // namespace
