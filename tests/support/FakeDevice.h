@@ -101,10 +101,10 @@ class FakeDevice {
 // Runs `body` in a forked child that has fresh network and mount namespaces of its own, so
 // a FakeDevice, interfaces, rules and routes made there vanish with it and never meet
 // another test's. (Under an emulator that runs threads of its own the kernel refuses the
-// mount namespace; the child then relies on FakeDevice's teardown for its mounts.) gtest assertions
-// work inside `body`; true when the child ran it without a failure (and, under ASan, without a
-// leak). The calling process must not have opened the uevent socket: the child's would stay bound
-// to the parent's namespace.
+// mount namespace; the child then relies on FakeDevice's teardown for its mounts.) gtest
+// assertions work inside `body`; true when the child ran it without a failure (and, under
+// ASan, without a leak). The calling process must not have opened the uevent socket: the
+// child's would stay bound to the parent's namespace.
 bool runIsolated(const std::function<void()>& body);
 
 }  // namespace lumacast::test

@@ -77,12 +77,14 @@ void withIdleWatcher(
     static int run = 0;
     const std::string dir = lumacast::test::testTempDir() + "/ipshim" + std::to_string(run++);
     const std::string ipLog = dir + ".log";
-    lumacast::test::withIdleWatcher([&](USBEventInterrupt& watcher,
-                                        WatcherSession& session) { body(watcher, session, ipLog); },
-                                    [&] {
-                                        installIpShim(dir, ipLog);
-                                        ASSERT_EQ(0, chdir(lumacast::test::testTempDir().c_str()));
-                                    });
+    const auto prepare = [&] {
+        installIpShim(dir, ipLog);
+        ASSERT_EQ(0, chdir(lumacast::test::testTempDir().c_str()));
+    };
+    const auto withLog = [&](USBEventInterrupt& watcher, WatcherSession& session) {
+        body(watcher, session, ipLog);
+    };
+    lumacast::test::withIdleWatcher(withLog, prepare);
 }
 
 bool addVeth(const std::string& name) {
