@@ -6,6 +6,8 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,18 +25,15 @@ using lumacast::test::withIdleWatcher;
 namespace {
 
 bool writeFile(const std::string& path, const std::string& text) {
-    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0) return false;
-    const bool ok = write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-    close(fd);
-    return ok;
+    std::ofstream out(path, std::ios::binary);
+    return static_cast<bool>(out << text);
 }
 
 bool writeUevent(const std::string& classPath, int id, const std::string& text) {
-    const std::string dir = "/sys/class/" + classPath + std::to_string(id);
-    mkdir(dir.c_str(), 0755);
-    mkdir((dir + "/device").c_str(), 0755);
-    return writeFile(dir + "/device/uevent", text);
+    const std::string dir = "/sys/class/" + classPath + std::to_string(id) + "/device";
+    std::error_code error;
+    std::filesystem::create_directories(dir, error);
+    return writeFile(dir + "/uevent", text);
 }
 
 }  // namespace

@@ -9,10 +9,9 @@
 #include <thread>
 #include <vector>
 
-#include "util/ILumacastClient.h"
+#include "tests/support/RecordingClient.h"
 #include "util/TimerUtil.h"
 
-using android::lumacast::ILumacastClient;
 using android::lumacast::TimerUtil;
 using lumacast::host::LogCapture;
 using namespace std::chrono_literals;
@@ -20,10 +19,9 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-class TickCounter : public ILumacastClient {
+// Ticks of checkAlive, the only call a timer makes, and the thread they ran on.
+class TickCounter : public lumacast::test::RecordingClient {
   public:
-    void processCameraAdd() override {}
-    void processCameraRemove() override {}
     int checkAlive() override {
         char thread[16] = {};
         prctl(PR_GET_NAME, thread, 0, 0, 0);
@@ -32,12 +30,6 @@ class TickCounter : public ILumacastClient {
         mThreadName = thread;
         return 1;
     }
-    int processResult(unsigned char*, int) override { return 0; }
-    int processAiJson(unsigned char*, int) override { return 0; }
-    int processAiProtobuf(unsigned char*, int) override { return 0; }
-    int processFrame(int, int, unsigned char*, int) override { return 0; }
-    int getCallbackSize() override { return 0; }
-
     std::vector<Clock::time_point> ticks() {
         std::lock_guard<std::mutex> lock(mMutex);
         return mTicks;
