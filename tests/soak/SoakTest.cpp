@@ -193,20 +193,13 @@ class Timings {
 // Strings a client may send: ordinary ones, ones at and past the command buffer's limits,
 // and some that are not what the camera expects at all.
 std::string argument(std::mt19937& rng) {
-    switch (rng() % 6) {
-        case 0:
-            return "";
-        case 1:
-            return std::string(95 + rng() % 10, 'a');
-        case 2:
-            return std::string(185 + rng() % 20, 'b');
-        case 3:
-            return std::string(300, '{');
-        case 4:
-            return "\"quoted\",\"cmd_id\":1";
-        default:
-            return "face_detect=1";
-    }
+    const std::string choices[] = {"",
+                                   std::string(95 + rng() % 10, 'a'),
+                                   std::string(185 + rng() % 20, 'b'),
+                                   std::string(300, '{'),
+                                   "\"quoted\",\"cmd_id\":1",
+                                   "face_detect=1"};
+    return choices[rng() % std::size(choices)];
 }
 
 // One streaming call picked by rng.
