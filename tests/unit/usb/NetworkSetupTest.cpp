@@ -7,7 +7,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <functional>
 #include <string>
 
@@ -21,7 +20,6 @@ using lumacast::test::commandOutput;
 using lumacast::test::readFile;
 using lumacast::test::runCommand;
 using lumacast::test::WatcherSession;
-using namespace std::chrono_literals;
 
 namespace {
 
