@@ -65,11 +65,10 @@ constexpr auto kStreamingBound = 15s;
 constexpr auto kMotorBound = 30s;
 constexpr auto kUpgradeBound = 120s;
 constexpr auto kQuiesceBound = 60s;
-// Growth of the daemon's live heap allowed between the two quiet points. Resident memory
-// is printed, not checked: allocator and sanitizer caches move it by tens of megabytes from
-// run to run. The live heap of a quiet daemon holds its registry, one frame slot per link
-// and a few buffers; anything kept per call, frame, plug or listener would pass this by
-// far within a minute of the soak.
+// Growth of the daemon's live heap allowed between the two quiet points (resident memory
+// would not do: allocator and sanitizer caches move it by tens of megabytes). The live heap of a
+// quiet daemon holds its registry, one frame slot per link and a few buffers; anything kept per
+// call, frame, plug or listener would pass this by far within a minute of the soak.
 constexpr long kHeapSlackBytes = 2 * 1024 * 1024;
 
 int soakSeconds() {
@@ -146,10 +145,6 @@ class Gate {
         mOver = true;
         mCond.notify_all();
     }
-    bool over() {
-        std::lock_guard<std::mutex> lock(mMutex);
-        return mOver;
-    }
 
   private:
     std::mutex mMutex;
@@ -198,20 +193,13 @@ class Timings {
 // Strings a client may send: ordinary ones, ones at and past the command buffer's limits,
 // and some that are not what the camera expects at all.
 std::string argument(std::mt19937& rng) {
-    switch (rng() % 6) {
-        case 0:
-            return "";
-        case 1:
-            return std::string(95 + rng() % 10, 'a');
-        case 2:
-            return std::string(185 + rng() % 20, 'b');
-        case 3:
-            return std::string(300, '{');
-        case 4:
-            return "\"quoted\",\"cmd_id\":1";
-        default:
-            return "face_detect=1";
-    }
+    const std::string choices[] = {"",
+                                   std::string(95 + rng() % 10, 'a'),
+                                   std::string(185 + rng() % 20, 'b'),
+                                   std::string(300, '{'),
+                                   "\"quoted\",\"cmd_id\":1",
+                                   "face_detect=1"};
+    return choices[rng() % std::size(choices)];
 }
 
 // One streaming call picked by rng.
@@ -220,72 +208,41 @@ void streamingCall(const sp<ILumacast>& s, Timings* t, std::mt19937& rng) {
     int32_t v = 0;
     std::string text;
     const int32_t a = static_cast<int32_t>(rng() % 5) - 1;
-    const auto bound = std::chrono::duration_cast<std::chrono::milliseconds>(kStreamingBound);
-    switch (rng() % 15) {
-        case 0:
-            t->time("setZoomSwitch", bound, [&] { return s->setZoomSwitch(a > 0, &b); });
-            break;
-        case 1:
-            t->time("getZoomSwitch", bound, [&] { return s->getZoomSwitch(&b); });
-            break;
-        case 2:
-            t->time("getAiAlgoList", bound, [&] { return s->getAiAlgoList(&v); });
-            break;
-        case 3:
-            t->time("setAiSubscribeType", bound, [&] { return s->setAiSubscribeType(a, &b); });
-            break;
-        case 4:
-            t->time("getAiSubscribeStatus", bound, [&] { return s->getAiSubscribeStatus(&v); });
-            break;
-        case 5:
-            t->time("setAiProperty", bound, [&] { return s->setAiProperty(argument(rng), &b); });
-            break;
-        case 6:
-            t->time("getAiProperty", bound, [&] { return s->getAiProperty(argument(rng), &text); });
-            break;
-        case 7:
-            t->time("setAiSubscribe", bound,
-                    [&] { return s->setAiSubscribe(a, argument(rng), &b); });
-            break;
-        case 8:
-            t->time("getAiSubscribe", bound, [&] { return s->getAiSubscribe(&text); });
-            break;
-        case 9:
-            t->time("grabFrame", bound, [&] { return s->grabFrame(a, argument(rng), &b); });
-            break;
-        case 10:
-            t->time("sendDoa", bound, [&] { return s->sendDoa(argument(rng), &b); });
-            break;
-        case 11:
-            t->time("setAutoFraming", bound, [&] { return s->setAutoFraming(a, &b); });
-            break;
-        case 12:
-            t->time("getAutoFraming", bound, [&] { return s->getAutoFraming(&b); });
-            break;
-        case 13:
-            t->time("setZoomMode", bound, [&] { return s->setZoomMode(a, a + 1, &b); });
-            break;
-        default:
-            t->time("getZoomMode", bound, [&] { return s->getZoomMode(&text); });
-            break;
-    }
+    const std::pair<const char*, std::function<Status()>> calls[] = {
+            {"setZoomSwitch", [&] { return s->setZoomSwitch(a > 0, &b); }},
+            {"getZoomSwitch", [&] { return s->getZoomSwitch(&b); }},
+            {"getAiAlgoList", [&] { return s->getAiAlgoList(&v); }},
+            {"setAiSubscribeType", [&] { return s->setAiSubscribeType(a, &b); }},
+            {"getAiSubscribeStatus", [&] { return s->getAiSubscribeStatus(&v); }},
+            {"setAiProperty", [&] { return s->setAiProperty(argument(rng), &b); }},
+            {"getAiProperty", [&] { return s->getAiProperty(argument(rng), &text); }},
+            {"setAiSubscribe", [&] { return s->setAiSubscribe(a, argument(rng), &b); }},
+            {"getAiSubscribe", [&] { return s->getAiSubscribe(&text); }},
+            {"grabFrame", [&] { return s->grabFrame(a, argument(rng), &b); }},
+            {"sendDoa", [&] { return s->sendDoa(argument(rng), &b); }},
+            {"setAutoFraming", [&] { return s->setAutoFraming(a, &b); }},
+            {"getAutoFraming", [&] { return s->getAutoFraming(&b); }},
+            {"setZoomMode", [&] { return s->setZoomMode(a, a + 1, &b); }},
+            {"getZoomMode", [&] { return s->getZoomMode(&text); }},
+    };
+    const auto& [name, call] = calls[rng() % std::size(calls)];
+    t->time(name, kStreamingBound, call);
 }
 
 void streamingClient(const sp<ILumacast>& s, Gate* gate, Timings* t, Counters* c, int seed) {
     std::mt19937 rng(seed);
     const sp<CountingListener> own = new CountingListener(c);
-    const auto bound = std::chrono::duration_cast<std::chrono::milliseconds>(kStreamingBound);
     while (gate->enter()) {
         bool b = false;
         if (rng() % 4 == 0) {
             // A listener comes for one call and goes again, so that no quiet point finds it.
-            t->time("setCallback", bound, [&] { return s->setCallback(own, &b); });
+            t->time("setCallback", kStreamingBound, [&] { return s->setCallback(own, &b); });
             streamingCall(s, t, rng);
-            t->time("removeCallback", bound, [&] { return s->removeCallback(own, &b); });
+            t->time("removeCallback", kStreamingBound, [&] { return s->removeCallback(own, &b); });
             c->streamingCalls += 3;
         } else if (rng() % 8 == 0) {
             // One that was never registered.
-            t->time("removeCallback", bound, [&] { return s->removeCallback(own, &b); });
+            t->time("removeCallback", kStreamingBound, [&] { return s->removeCallback(own, &b); });
             ++c->streamingCalls;
         } else {
             streamingCall(s, t, rng);
@@ -297,40 +254,23 @@ void streamingClient(const sp<ILumacast>& s, Gate* gate, Timings* t, Counters* c
 
 void motorClient(const sp<IKCameraMotor>& m, Gate* gate, Timings* t, Counters* c, int seed) {
     std::mt19937 rng(seed);
-    const auto bound = std::chrono::duration_cast<std::chrono::milliseconds>(kMotorBound);
     while (gate->enter()) {
         int32_t v = 0;
         bool b = false;
         std::string text;
-        switch (rng() % 9) {
-            case 0:
-                t->time("motor_up", bound, [&] { return m->motor_up(&v); });
-                break;
-            case 1:
-                t->time("motor_down", bound, [&] { return m->motor_down(&v); });
-                break;
-            case 2:
-                t->time("get_motor_status", bound, [&] { return m->get_motor_status(&v); });
-                break;
-            case 3:
-                t->time("get_rise_time", bound, [&] { return m->get_rise_time(&v); });
-                break;
-            case 4:
-                t->time("get_switch_status", bound, [&] { return m->get_switch_status(&b); });
-                break;
-            case 5:
-                t->time("is_support_motor", bound, [&] { return m->is_support_motor(&b); });
-                break;
-            case 6:
-                t->time("set_status", bound, [&] { return m->set_status(rng() % 2 == 0); });
-                break;
-            case 7:
-                t->time("get_status", bound, [&] { return m->get_status(&b); });
-                break;
-            default:
-                t->time("get_mcu_version", bound, [&] { return m->get_mcu_version(&text); });
-                break;
-        }
+        const std::pair<const char*, std::function<Status()>> calls[] = {
+                {"motor_up", [&] { return m->motor_up(&v); }},
+                {"motor_down", [&] { return m->motor_down(&v); }},
+                {"get_motor_status", [&] { return m->get_motor_status(&v); }},
+                {"get_rise_time", [&] { return m->get_rise_time(&v); }},
+                {"get_switch_status", [&] { return m->get_switch_status(&b); }},
+                {"is_support_motor", [&] { return m->is_support_motor(&b); }},
+                {"set_status", [&] { return m->set_status(rng() % 2 == 0); }},
+                {"get_status", [&] { return m->get_status(&b); }},
+                {"get_mcu_version", [&] { return m->get_mcu_version(&text); }},
+        };
+        const auto& [name, call] = calls[rng() % std::size(calls)];
+        t->time(name, kMotorBound, call);
         ++c->motorCalls;
         gate->leave();
     }
@@ -338,22 +278,12 @@ void motorClient(const sp<IKCameraMotor>& m, Gate* gate, Timings* t, Counters* c
 
 void upgrader(const sp<IKCameraMotor>& m, const std::string& image, Gate* gate, Timings* t,
               Counters* c) {
-    const auto bound = std::chrono::duration_cast<std::chrono::milliseconds>(kUpgradeBound);
     while (gate->enter()) {
         int32_t result = 0;
-        t->time("mcu_upgrade", bound, [&] { return m->mcu_upgrade(image, &result); });
+        t->time("mcu_upgrade", kUpgradeBound, [&] { return m->mcu_upgrade(image, &result); });
         ++c->upgrades;
         gate->leave();
     }
-}
-
-long daemonRssKb(pid_t pid) {
-    std::ifstream in("/proc/" + std::to_string(pid) + "/status");
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.compare(0, 6, "VmRSS:") == 0) return atol(line.c_str() + 6);
-    }
-    return -1;
 }
 
 // LeakCheckOnSignal writes the daemon's live heap bytes into the file on SIGUSR1.
@@ -481,30 +411,21 @@ class Chaos {
         ++mCounters->hangups;
     }
 
+    // Drops the connection (with a reset or not), refuses connections for a moment, sends
+    // garbage, answers late, answers normally again, or does nothing.
     void misbehave() {
-        switch (mRng() % 8) {
-            case 0:
-                mTv->camsim("drop");
-                break;
-            case 1:
-                mTv->camsim("drop reset");
-                break;
-            case 2:
-                mTv->camsim("refuse on");
-                std::this_thread::sleep_for(std::chrono::milliseconds(80));
-                mTv->camsim("refuse off");
-                break;
-            case 3:
-                mTv->camsim("garbage 200");
-                break;
-            case 4:
-                mTv->camsim("rule default delay=500");
-                break;
-            case 5:
-                mTv->camsim("clear-rules");
-                break;
-            default:
-                break;
+        static const std::vector<std::vector<std::string>> kActs = {{"drop"},
+                                                                    {"drop reset"},
+                                                                    {"refuse on", "refuse off"},
+                                                                    {"garbage 200"},
+                                                                    {"rule default delay=500"},
+                                                                    {"clear-rules"},
+                                                                    {},
+                                                                    {}};
+        const auto& commands = kActs[mRng() % kActs.size()];
+        for (size_t i = 0; i < commands.size(); ++i) {
+            if (i > 0) std::this_thread::sleep_for(std::chrono::milliseconds(80));
+            mTv->camsim(commands[i]);
         }
     }
     void listeners() {
@@ -543,7 +464,6 @@ class Chaos {
 };
 
 struct QuietPoint {
-    long rssKb;
     long heapBytes;
     std::vector<std::string> fds;
 };
@@ -556,8 +476,7 @@ QuietPoint quiesce(FakeTv& tv, Gate& gate, Chaos& chaos) {
     // devsim lives in the daemon's heap too; its transfer log grows to a cap of its own.
     EXPECT_EQ(tv.devsim("clear-log"), "ok");
     const pid_t pid = tv.daemonPid();
-    return QuietPoint{daemonRssKb(pid), daemonHeapBytes(pid, tv.path("heap")),
-                      settledDaemonFds(pid)};
+    return QuietPoint{daemonHeapBytes(pid, tv.path("heap")), settledDaemonFds(pid)};
 }
 
 // The first sanitizer report in the daemon's log, without the logcat lines of other
@@ -582,8 +501,7 @@ std::string sanitizerReport(const std::string& log) {
 }
 
 // Starts the daemon with LeakCheckOnSignal preloaded and, in an asan build, leak detection
-// on (for the check on request) and a small quarantine, so that the resident memory printed
-// stays near the daemon's own; in a tsan build with tsan.supp.
+// on (for the check on request) and a small quarantine; in a tsan build with tsan.supp.
 bool startDaemon(FakeTv& tv, std::string* why) {
     std::vector<std::string> env = {"LD_PRELOAD=" SOAK_PRELOAD, "SOAK_HEAP_FILE=" + tv.path("heap"),
                                     "SOAK_HEAP_PROFILE=1"};
@@ -694,10 +612,10 @@ void soak(FakeTv& tv) {
            counters.listenersStarted.load(), counters.listenersKilled.load(),
            counters.hangups.load(), counters.quittersRemoved.load(),
            counters.quittersStarted.load());
-    printf("soak: daemon live heap %ld -> %ld bytes, rss %ld -> %ld kB, descriptors %zu -> "
-           "%zu; slowest calls (ms):%s\n",
-           first.heapBytes, last.heapBytes, first.rssKb, last.rssKb, first.fds.size(),
-           last.fds.size(), timings.worst().c_str());
+    printf("soak: daemon live heap %ld -> %ld bytes, descriptors %zu -> %zu; slowest calls "
+           "(ms):%s\n",
+           first.heapBytes, last.heapBytes, first.fds.size(), last.fds.size(),
+           timings.worst().c_str());
     fflush(stdout);
 }
 

@@ -8,12 +8,14 @@
 #include <stdio.h>
 #include <string.h>
 #include <sys/mount.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 
 #include "tests/support/Namespace.h"
 #include "tests/support/Uevent.h"
@@ -55,13 +57,9 @@ bool writeFile(const std::string& path, const std::string& text) {
 }
 
 bool makeDirs(const std::string& path) {
-    for (size_t pos = 1; pos <= path.size(); ++pos) {
-        if (pos == path.size() || path[pos] == '/') {
-            const std::string part = path.substr(0, pos);
-            if (mkdir(part.c_str(), 0755) != 0 && errno != EEXIST) return false;
-        }
-    }
-    return true;
+    std::error_code error;
+    std::filesystem::create_directories(path, error);
+    return !error;
 }
 
 std::string sysfsUeventPath(const std::string& classDir, int n) {
@@ -71,49 +69,6 @@ std::string sysfsUeventPath(const std::string& classDir, int n) {
 std::string videoDevpath(int n) {
     return std::string(kUsbDevice) + "/" + kVideoInterface + "/video4linux/video" +
            std::to_string(n);
-}
-
-// Runs `command` with /bin/sh, inside the network namespace `netnsPath` when not empty.
-int shell(const std::string& netnsPath, const std::string& command, std::string* output) {
-    int out[2] = {-1, -1};
-    if (output != nullptr && pipe2(out, O_CLOEXEC) != 0) return -1;
-    fflush(nullptr);
-    const pid_t pid = fork();
-    if (pid < 0) {
-        if (output != nullptr) {
-            close(out[0]);
-            close(out[1]);
-        }
-        return -1;
-    }
-    if (pid == 0) {
-        // Only async-signal-safe calls: the parent may have threads.
-        if (!netnsPath.empty()) {
-            const int ns = open(netnsPath.c_str(), O_RDONLY | O_CLOEXEC);
-            if (ns < 0 || setns(ns, CLONE_NEWNET) != 0) _exit(126);
-        }
-        if (output != nullptr) dup2(out[1], STDOUT_FILENO);
-        execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
-        _exit(127);
-    }
-    if (output != nullptr) {
-        close(out[1]);
-        char buf[4096];
-        ssize_t n;
-        while ((n = read(out[0], buf, sizeof(buf))) != 0) {
-            if (n > 0) {
-                output->append(buf, static_cast<size_t>(n));
-            } else if (errno != EINTR) {
-                break;
-            }
-        }
-        close(out[0]);
-    }
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0) {
-        if (errno != EINTR) return -1;
-    }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 // A character device node at `path` that behaves as `device`. A user namespace may create
@@ -221,30 +176,24 @@ bool FakeDevice::mountDev(std::string* why) {
 }
 
 bool FakeDevice::startCamera(std::string* why) {
-    int ready[2];
-    int hold[2];
-    if (pipe2(ready, O_CLOEXEC) != 0) {
-        *why = std::string("pipe: ") + strerror(errno);
-        return false;
-    }
-    if (pipe2(hold, O_CLOEXEC) != 0) {
-        *why = std::string("pipe: ") + strerror(errno);
-        close(ready[0]);
-        close(ready[1]);
+    // The child reports on this socket pair whether it has its namespace, then holds it
+    // until the owner's end closes: at tearDown, or when the owner dies.
+    int pair[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) {
+        *why = std::string("socketpair: ") + strerror(errno);
         return false;
     }
     fflush(nullptr);
     const pid_t pid = fork();
     if (pid < 0) {
         *why = std::string("fork: ") + strerror(errno);
-        for (int fd : {ready[0], ready[1], hold[0], hold[1]}) close(fd);
+        close(pair[0]);
+        close(pair[1]);
         return false;
     }
     if (pid == 0) {
-        // Holds the camera namespace while the owner keeps its end of `hold` open: until
-        // tearDown, or until the owner dies. Async-signal-safe calls only.
-        close(ready[0]);
-        close(hold[1]);
+        // Async-signal-safe calls only.
+        close(pair[0]);
         // Never keep the owner's output pipes open.
         const int devNull = open("/dev/null", O_RDWR);
         if (devNull >= 0) {
@@ -253,22 +202,19 @@ bool FakeDevice::startCamera(std::string* why) {
             dup2(devNull, STDERR_FILENO);
         }
         const char result = unshare(CLONE_NEWNET) == 0 ? 'y' : 'n';
-        if (write(ready[1], &result, 1) != 1 || result != 'y') _exit(1);
-        close(ready[1]);
+        if (write(pair[1], &result, 1) != 1 || result != 'y') _exit(1);
         char byte;
-        while (read(hold[0], &byte, 1) < 0 && errno == EINTR) {
+        while (read(pair[1], &byte, 1) < 0 && errno == EINTR) {
         }
         _exit(0);
     }
-    close(ready[1]);
-    close(hold[0]);
-    mHoldFd = hold[1];
+    close(pair[1]);
+    mHoldFd = pair[0];
     mCameraPid = pid;
     char result = 'n';
     ssize_t n;
-    while ((n = read(ready[0], &result, 1)) < 0 && errno == EINTR) {
+    while ((n = read(mHoldFd, &result, 1)) < 0 && errno == EINTR) {
     }
-    close(ready[0]);
     if (n != 1 || result != 'y') {
         *why = "camera network namespace refused";
         return false;
@@ -409,21 +355,9 @@ bool FakeDevice::writeGpio(int gpio, const std::string& text) {
     return makeDirs(dir) && writeFile(dir + "/value", text);
 }
 
-std::string FakeDevice::readGpio(int gpio) const {
-    std::string text;
-    const std::string path = "/sys/class/gpio/gpio" + std::to_string(gpio) + "/value";
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return text;
-    char buf[64];
-    ssize_t n;
-    while ((n = read(fd, buf, sizeof(buf))) > 0) text.append(buf, static_cast<size_t>(n));
-    close(fd);
-    return text;
-}
-
-int FakeDevice::runInCamera(const std::string& command, std::string* output) const {
+int FakeDevice::runInCamera(const std::string& command) const {
     if (mCameraPid <= 0) return -1;
-    return shell(cameraNetns(), command, output);
+    return runCommand("nsenter --net=" + cameraNetns() + " -- sh -c '" + command + "'");
 }
 
 std::string FakeDevice::cameraNetns() const {

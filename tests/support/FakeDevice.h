@@ -38,7 +38,7 @@ std::string networkFunctionUevent(const UsbProduct& product);
 // video node's uevents are sent in kernel format. Teardown undoes everything; when the
 // owning process dies, its namespaces and the camera namespace vanish with it.
 class FakeDevice {
-public:
+  public:
     static constexpr const char* kCameraAddress = "192.168.111.10";
 
     FakeDevice() = default;
@@ -71,15 +71,13 @@ public:
 
     // /sys/class/gpio/gpioNNN/value.
     bool writeGpio(int gpio, const std::string& text);
-    std::string readGpio(int gpio) const;
 
-    // Runs a shell command in the camera namespace; its exit status, or -1.
-    int runInCamera(const std::string& command, std::string* output = nullptr) const;
+    // Runs a shell command (no single quotes) in the camera namespace; its exit status, or -1.
+    int runInCamera(const std::string& command) const;
     // For nsenter/setns: "/proc/PID/ns/net" of the camera namespace.
     std::string cameraNetns() const;
-    pid_t cameraPid() const { return mCameraPid; }
 
-private:
+  private:
     bool mountDev(std::string* why);
     bool startCamera(std::string* why);
     bool sendUsbUevent(const std::string& action, const std::string& devpath,
@@ -103,9 +101,10 @@ private:
 // Runs `body` in a forked child that has fresh network and mount namespaces of its own, so
 // a FakeDevice, interfaces, rules and routes made there vanish with it and never meet
 // another test's. (Under an emulator that runs threads of its own the kernel refuses the
-// mount namespace; the child then relies on FakeDevice's teardown for its mounts.) gtest assertions work inside `body`; true when the child ran it without
-// a failure (and, under ASan, without a leak). The calling process must not have opened the
-// uevent socket: the child's would stay bound to the parent's namespace.
+// mount namespace; the child then relies on FakeDevice's teardown for its mounts.) gtest
+// assertions work inside `body`; true when the child ran it without a failure (and, under
+// ASan, without a leak). The calling process must not have opened the uevent socket: the
+// child's would stay bound to the parent's namespace.
 bool runIsolated(const std::function<void()>& body);
 
 }  // namespace lumacast::test

@@ -96,21 +96,6 @@ bool enterFreshNetAndMountNamespaces(std::string* why) {
     return true;
 }
 
-int runInFreshNetns(const std::function<bool()>& fn) {
-    fflush(nullptr);
-    const pid_t pid = fork();
-    if (pid < 0) return 2;
-    if (pid == 0) {
-        if (unshare(CLONE_NEWNET) != 0) _exit(2);
-        _exit(fn() ? 0 : 1);
-    }
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
-    if (WIFEXITED(status)) return WEXITSTATUS(status);
-    return 3;
-}
-
 bool setInterfaceUp(const char* name) {
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (fd < 0) return false;

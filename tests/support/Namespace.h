@@ -27,12 +27,6 @@ void enterNamespaceOrExit(bool fresh = false);
 // must undo its own. False with the reason when neither could be made.
 bool enterFreshNetAndMountNamespaces(std::string* why);
 
-// Runs `fn` in a forked child that first enters a fresh network namespace of its own
-// (needs CAP_NET_ADMIN, which the test namespace gives). Returns the child's exit status:
-// 0 when fn returned true, 1 when it returned false, 2 when the namespace could not be
-// made, 3 on a crash or signal.
-int runInFreshNetns(const std::function<bool()>& fn);
-
 // Brings an interface up (SIOCSIFFLAGS); false with errno set on failure.
 bool setInterfaceUp(const char* name);
 

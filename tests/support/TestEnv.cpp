@@ -1,12 +1,12 @@
 #include "tests/support/TestEnv.h"
 
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <lumacast/host/PropertyStore.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -16,28 +16,12 @@ namespace {
 
 std::string gTempDir;
 
-void removeTree(const std::string& path) {
-    DIR* d = opendir(path.c_str());
-    if (d != nullptr) {
-        while (struct dirent* e = readdir(d)) {
-            if (strcmp(e->d_name, ".") == 0 || strcmp(e->d_name, "..") == 0) continue;
-            const std::string child = path + "/" + e->d_name;
-            if (e->d_type == DT_DIR) {
-                removeTree(child);
-            } else {
-                unlink(child.c_str());
-            }
-        }
-        closedir(d);
-    }
-    rmdir(path.c_str());
-}
-
 pid_t gOwner = 0;
 
 void cleanUp() {
     // Forked children exit through here too; only the creator removes the directory.
-    if (getpid() == gOwner && !gTempDir.empty()) removeTree(gTempDir);
+    std::error_code error;
+    if (getpid() == gOwner && !gTempDir.empty()) std::filesystem::remove_all(gTempDir, error);
 }
 
 class PropertyResetter : public ::testing::EmptyTestEventListener {
@@ -64,16 +48,10 @@ void setUpTestEnvironment() {
 const std::string& testTempDir() { return gTempDir; }
 
 void clearProperties() {
-    const std::string dir = lumacast::host::propertyDir();
-    DIR* d = opendir(dir.c_str());
-    if (d == nullptr) return;
-    while (struct dirent* e = readdir(d)) {
-        if (e->d_name[0] == '.' && (e->d_name[1] == '\0' || strcmp(e->d_name, "..") == 0)) {
-            continue;
-        }
-        unlink((dir + "/" + e->d_name).c_str());
+    std::error_code error;
+    for (const auto& e : std::filesystem::directory_iterator(host::propertyDir(), error)) {
+        std::filesystem::remove(e.path(), error);
     }
-    closedir(d);
 }
 
 std::string readFile(const std::string& path) {

@@ -12,12 +12,14 @@
 
 #include <algorithm>
 #include <chrono>
+#include <functional>
 #include <future>
 #include <memory>
 #include <regex>
 #include <thread>
 #include <vector>
 
+#include "tests/support/FakeDevice.h"
 #include "tests/support/RecordingClient.h"
 #include "usb/USBEventInterrupt.h"
 
@@ -178,5 +180,24 @@ class WatcherSession {
 
     std::unique_ptr<android::lumacast::USBEventInterrupt> mWatcher;
 };
+
+// Runs `body` in runIsolated against a watcher that found nothing on an empty fake device
+// and now waits for uevents that never come, so the test thread may call into it alone.
+// `prepare` runs in the child before the watcher starts.
+inline void withIdleWatcher(
+        const std::function<void(android::lumacast::USBEventInterrupt&, WatcherSession&)>& body,
+        const std::function<void()>& prepare = {}) {
+    EXPECT_TRUE(runIsolated([&] {
+        FakeDevice device;
+        std::string why;
+        ASSERT_TRUE(device.setUp(&why)) << why;
+        if (prepare) prepare();
+        if (::testing::Test::HasFatalFailure()) return;
+        WatcherSession session;
+        session.start();
+        ASSERT_TRUE(session.log.waitFor(kEmptyScan, std::chrono::seconds(10)));
+        body(session.watcher(), session);
+    }));
+}
 
 }  // namespace lumacast::test

@@ -107,7 +107,9 @@ int entryType(const char* dir, const char* name) {
 
 }  // namespace
 
-TEST(WatcherTest, CameraAttachedBeforeStartIsFoundByTheStartupScan) {
+// The first camera is attached before the watcher starts: the socket opens after the plug,
+// so the start-up scan is the only way to notice it. The second comes with its uevents.
+TEST(WatcherTest, PlugAndUnplugInKernelOrderTwice) {
     EXPECT_TRUE(runIsolated([] {
         FakeDevice device;
         std::string why;
@@ -115,38 +117,30 @@ TEST(WatcherTest, CameraAttachedBeforeStartIsFoundByTheStartupScan) {
         ASSERT_TRUE(device.plug(kAcceptedCamera));
         // As on a TV, the node is a character device, also to the directory scan.
         EXPECT_EQ(DT_CHR, entryType("/dev", "video0"));
-        // The socket opens after the plug, so the scan is the only way to notice it.
         WatcherSession session;
         session.client.setProbe(networkState);
-        session.start();
-        ASSERT_TRUE(session.client.waitFor(kAdd, 1));
-        ASSERT_TRUE(session.settle());
-        EXPECT_EQ(0u, session.log.count(kHandle));
-        ASSERT_EQ(1u, session.client.calls().size());
-        expectCameraNetwork(session.client.calls()[0].probe);
-        EXPECT_TRUE(session.watcher().mKeepAlive);
-    }));
-}
-
-TEST(WatcherTest, PlugAndUnplugInKernelOrderTwice) {
-    onFakeDevice([](FakeDevice& device, WatcherSession& session) {
         // As the device's uevent library may open it; the watcher must not let every
         // "ip" child of the network set-up inherit it.
         ASSERT_EQ(0, fcntl(uevent_get_fd(), F_SETFD, 0));
         session.start();
-        ASSERT_TRUE(session.log.waitFor(refusal(-2, -2), 10s));
         // The service reads the flag from its binder threads while the watcher writes it.
         std::atomic<bool> reading{true};
         std::thread reader([&] {
             while (reading) (void)session.watcher().mKeepAlive.load();
         });
         for (size_t round = 1; round <= 2; ++round) {
-            ASSERT_TRUE(device.plug(kAcceptedCamera));
+            if (round > 1) {
+                ASSERT_TRUE(device.plug(kAcceptedCamera));
+            }
             ASSERT_TRUE(session.client.waitFor(kAdd, round));
-            EXPECT_EQ(FD_CLOEXEC, fcntl(uevent_get_fd(), F_GETFD) & FD_CLOEXEC);
             ASSERT_TRUE(session.settle());
+            EXPECT_EQ(FD_CLOEXEC, fcntl(uevent_get_fd(), F_GETFD) & FD_CLOEXEC);
+            if (round == 1) {
+                EXPECT_EQ(0u, session.log.count(kHandle));
+            }
             EXPECT_EQ(round, session.client.count(kAdd));
             EXPECT_EQ(round - 1, session.client.count(kRemove));
+            EXPECT_EQ(2 * round - 1, session.client.calls().size());
             expectCameraNetwork(session.client.calls().back().probe);
             EXPECT_TRUE(has(commandOutput("ip route get 192.168.111.10"),
                             "dev usb0 table 100 src 192.168.111.3"));
@@ -164,7 +158,7 @@ TEST(WatcherTest, PlugAndUnplugInKernelOrderTwice) {
         }
         reading = false;
         reader.join();
-    });
+    }));
 }
 
 TEST(WatcherTest, VideoBeforeNetworkThenVideoRemovedWhileNetworkRemains) {
@@ -209,49 +203,52 @@ TEST(WatcherTest, VideoBeforeNetworkThenVideoRemovedWhileNetworkRemains) {
     });
 }
 
-TEST(WatcherTest, RefusedFunctionsAreNeverSetUp) {
+// The two functions are judged separately, and the video node is judged last (its model
+// decides the heartbeat). A refused one leaves the network untouched; the removal is still
+// reported, and the service ignores what it never saw added.
+TEST(WatcherTest, OnlyCamerasWithBothFunctionsAcceptedAreSetUp) {
+    constexpr UsbProduct kNoHeartbeat{0x0416, 0x5030, 0x0001};
     struct Case {
         UsbProduct video;
         UsbProduct network;
+        bool accepted;
+        bool keepAlive;
     };
-    for (const Case& c :
-         {Case{kRefusedCamera, kRefusedCamera}, Case{kAcceptedCamera, kRefusedCamera},
-          Case{kRefusedCamera, kAcceptedCamera}}) {
-        SCOPED_TRACE(lumacast::test::productLine(c.video) + " " +
-                     lumacast::test::productLine(c.network));
-        onFakeDevice([&](FakeDevice& device, WatcherSession& session) {
-            session.start();
-            ASSERT_TRUE(session.log.waitFor(refusal(-2, -2), 10s));
+    const Case cases[] = {{kRefusedCamera, kRefusedCamera, false, false},
+                          {kAcceptedCamera, kRefusedCamera, false, false},
+                          {kRefusedCamera, kAcceptedCamera, false, false},
+                          {kNoHeartbeat, kAcceptedCamera, true, false},
+                          {kAcceptedCamera, kNoHeartbeat, true, true}};
+    onFakeDevice([&](FakeDevice& device, WatcherSession& session) {
+        session.start();
+        ASSERT_TRUE(session.log.waitFor(refusal(-2, -2), 10s));
+        size_t adds = 0;
+        size_t removes = 0;
+        for (const Case& c : cases) {
+            SCOPED_TRACE(lumacast::test::productLine(c.video) + " " +
+                         lumacast::test::productLine(c.network));
+            const size_t refusals = session.log.count(refusal(0, 0));
             ASSERT_TRUE(device.plug(c.video, c.network, 0, 0));
-            ASSERT_TRUE(session.log.waitFor(refusal(0, 0), 10s));
+            if (c.accepted) {
+                ASSERT_TRUE(session.client.waitFor(kAdd, ++adds));
+            } else {
+                ASSERT_TRUE(session.log.waitFor(refusal(0, 0), 10s, refusals + 1));
+            }
             ASSERT_TRUE(session.settle());
-            EXPECT_EQ(0u, session.client.count(kAdd));
-            const std::string state = networkState();
-            EXPECT_FALSE(has(state, "192.168.111.3")) << state;
-            EXPECT_FALSE(has(state, "lookup 100")) << state;
-            EXPECT_FALSE(has(state, ",UP")) << state;
-            // The removal is still reported; the service ignores what it never saw added.
+            EXPECT_EQ(adds, session.client.count(kAdd));
+            if (c.accepted) {
+                EXPECT_EQ(c.keepAlive, session.watcher().mKeepAlive.load());
+            } else {
+                const std::string state = networkState();
+                EXPECT_FALSE(has(state, "192.168.111.3")) << state;
+                EXPECT_FALSE(has(state, "lookup 100")) << state;
+                EXPECT_FALSE(has(state, ",UP")) << state;
+            }
             ASSERT_TRUE(device.unplug());
-            ASSERT_TRUE(session.client.waitFor(kRemove, 1));
-        });
-    }
-}
-
-// The two functions are judged separately, and the video node is judged last.
-TEST(WatcherTest, FunctionsOfTwoAcceptedModelsPassTogether) {
-    constexpr UsbProduct kNoHeartbeat{0x0416, 0x5030, 0x0001};
-    for (const bool videoNeedsHeartbeat : {false, true}) {
-        onFakeDevice([&](FakeDevice& device, WatcherSession& session) {
-            session.start();
-            const UsbProduct video = videoNeedsHeartbeat ? kAcceptedCamera : kNoHeartbeat;
-            const UsbProduct network = videoNeedsHeartbeat ? kNoHeartbeat : kAcceptedCamera;
-            ASSERT_TRUE(device.plug(video, network, 0, 0));
-            ASSERT_TRUE(session.client.waitFor(kAdd, 1));
+            ASSERT_TRUE(session.client.waitFor(kRemove, ++removes));
             ASSERT_TRUE(session.settle());
-            EXPECT_EQ(1u, session.client.count(kAdd));
-            EXPECT_EQ(videoNeedsHeartbeat, session.watcher().mKeepAlive.load());
-        });
-    }
+        }
+    });
 }
 
 // A failed set-up leaves the camera unknown; the next add uevent tries again.
@@ -278,48 +275,11 @@ TEST(WatcherTest, FailedSetUpIsRetriedByTheNextAddUevent) {
     });
 }
 
-// A flood arriving while a pass runs overflows the socket; what is left is handled, the
-// camera is set up once and its removal still gets through.
-TEST(WatcherTest, FloodDuringAPassLosesNothingThatMatters) {
+// The header is read from a 255-byte window that always stays terminated. A flood arriving
+// while a pass runs overflows the socket; what is left is handled, the camera is set up
+// once and its removal still gets through.
+TEST(WatcherTest, OversizedMessagesAndAFloodLoseNothingThatMatters) {
     onFakeDevice([](FakeDevice& device, WatcherSession& session) {
-        session.start();
-        ASSERT_TRUE(session.log.waitFor(refusal(-2, -2), 10s));
-        ASSERT_TRUE(device.plug(kAcceptedCamera));
-        ASSERT_TRUE(session.log.waitFor(kPassStart, 2s, 2));
-        const std::string longMessage = kernelUevent("change", "/devices/x/video4linux/video0",
-                                                     "video4linux", {std::string(8000, 'L')});
-        for (int i = 0; i < 3000; ++i) {
-            switch (i % 4) {
-                case 0:
-                    sendUevent(
-                            kernelUevent("change", "/devices/x/video4linux/video0", "video4linux"));
-                    break;
-                case 1:
-                    sendUevent(longMessage);
-                    break;
-                case 2:
-                    sendUevent(std::string(600, 'U'));  // no terminator anywhere
-                    break;
-                default:
-                    sendUevent(std::string(1, '\0'));
-                    break;
-            }
-        }
-        ASSERT_TRUE(session.client.waitFor(kAdd, 1));
-        ASSERT_TRUE(session.settle());
-        EXPECT_EQ(1u, session.client.count(kAdd));
-        ASSERT_TRUE(device.unplug());
-        ASSERT_TRUE(session.client.waitFor(kRemove, 1));
-        ASSERT_TRUE(session.settle());
-        EXPECT_EQ(1u, session.client.count(kRemove));
-        EXPECT_EQ(1u, session.client.count(kAdd));
-        EXPECT_TRUE(session.stop());
-    });
-}
-
-// The header is read from a 255-byte window that always stays terminated.
-TEST(WatcherTest, OversizedAndUnterminatedMessagesStayInsideTheBuffer) {
-    onFakeDevice([](FakeDevice&, WatcherSession& session) {
         session.start();
         ASSERT_TRUE(session.log.waitFor(refusal(-2, -2), 10s));
         const std::string marker = "/video4linux/video";
@@ -338,6 +298,25 @@ TEST(WatcherTest, OversizedAndUnterminatedMessagesStayInsideTheBuffer) {
         ASSERT_TRUE(sendUevent("add@/devices/x" + marker + "0" + std::string(3000, 'C')));
         ASSERT_TRUE(session.log.waitFor(refusal(-2, -2), 10s, 2));
         EXPECT_EQ(2u, session.log.count(kPassStart));
+
+        ASSERT_TRUE(device.plug(kAcceptedCamera));
+        ASSERT_TRUE(session.log.waitFor(kPassStart, 2s, 3));
+        const std::string video0 = "/devices/x/video4linux/video0";
+        const std::string flood[] = {
+                kernelUevent("change", video0, "video4linux"),
+                kernelUevent("change", video0, "video4linux", {std::string(8000, 'L')}),
+                std::string(600, 'U'),  // no terminator anywhere
+                std::string(1, '\0')};
+        for (int i = 0; i < 3000; ++i) sendUevent(flood[i % 4]);
+        ASSERT_TRUE(session.client.waitFor(kAdd, 1));
+        ASSERT_TRUE(session.settle());
+        EXPECT_EQ(1u, session.client.count(kAdd));
+        ASSERT_TRUE(device.unplug());
+        ASSERT_TRUE(session.client.waitFor(kRemove, 1));
+        ASSERT_TRUE(session.settle());
+        EXPECT_EQ(1u, session.client.count(kRemove));
+        EXPECT_EQ(1u, session.client.count(kAdd));
+        EXPECT_TRUE(session.stop());
     });
 }
 

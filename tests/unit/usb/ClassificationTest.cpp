@@ -6,8 +6,8 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <functional>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,47 +17,29 @@
 #include "tools/devsim/DevSim.h"
 
 using android::lumacast::USBEventInterrupt;
-using lumacast::test::FakeDevice;
 using lumacast::test::kAcceptedCamera;
-using lumacast::test::kEmptyScan;
 using lumacast::test::kRefusedCamera;
-using lumacast::test::runIsolated;
 using lumacast::test::WatcherSession;
-using namespace std::chrono_literals;
+using lumacast::test::withIdleWatcher;
 
 namespace {
 
-// Runs `body` against a watcher that found nothing on an empty fake device and now waits
-// for uevents that never come, so the test thread may call into it alone.
-void withIdleWatcher(const std::function<void(USBEventInterrupt&, WatcherSession&)>& body) {
-    EXPECT_TRUE(runIsolated([&] {
-        FakeDevice device;
-        std::string why;
-        ASSERT_TRUE(device.setUp(&why)) << why;
-        WatcherSession session;
-        session.start();
-        ASSERT_TRUE(session.log.waitFor(kEmptyScan, 10s));
-        body(session.watcher(), session);
-    }));
-}
-
 bool writeFile(const std::string& path, const std::string& text) {
-    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0) return false;
-    const bool ok = write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-    close(fd);
-    return ok;
+    std::ofstream out(path, std::ios::binary);
+    return static_cast<bool>(out << text);
 }
 
 bool writeUevent(const std::string& classPath, int id, const std::string& text) {
-    const std::string dir = "/sys/class/" + classPath + std::to_string(id);
-    mkdir(dir.c_str(), 0755);
-    mkdir((dir + "/device").c_str(), 0755);
-    return writeFile(dir + "/device/uevent", text);
+    const std::string dir = "/sys/class/" + classPath + std::to_string(id) + "/device";
+    std::error_code error;
+    std::filesystem::create_directories(dir, error);
+    return writeFile(dir + "/uevent", text);
 }
 
 }  // namespace
 
+// Lines that split decide mKeepAlive whatever it was before; lines that do not split are
+// refused and keep it.
 TEST(VendorRangeTest, AcceptedPairsAndTheirKeepAlive) {
     struct Case {
         const char* line;
@@ -87,9 +69,10 @@ TEST(VendorRangeTest, AcceptedPairsAndTheirKeepAlive) {
             {"PRODUCT=ffffffffffffffffffffffff2bc5/604/1\n", false, false},
             {"PRODUCT=-2bc5/604/1\n", false, false},
     };
-    withIdleWatcher([&](USBEventInterrupt& watcher, WatcherSession&) {
+    const char* lines[] = {"PRODUCT", "PRODUCT=", "PRODUCT=2bc5",  "PRODUCT=2bc5/", "PRODUCT=/",
+                           "=/",      "",         "PRODUCT=2bc5\n"};
+    withIdleWatcher([&](USBEventInterrupt& watcher, WatcherSession& session) {
         for (const Case& c : cases) {
-            // Every line that splits decides mKeepAlive, whatever it was before.
             for (const char* before : {"PRODUCT=2bc5/604/1", "PRODUCT=1d6b/102/1"}) {
                 std::string prime = before;
                 watcher.isVendorInLumacastRange(&prime[0]);
@@ -98,13 +81,9 @@ TEST(VendorRangeTest, AcceptedPairsAndTheirKeepAlive) {
                 EXPECT_EQ(c.keepAlive, watcher.mKeepAlive.load()) << c.line << " after " << before;
             }
         }
-    });
-}
-
-TEST(VendorRangeTest, UnsplittableLinesAreRefusedAndKeepTheFlag) {
-    const char* lines[] = {"PRODUCT", "PRODUCT=", "PRODUCT=2bc5",  "PRODUCT=2bc5/", "PRODUCT=/",
-                           "=/",      "",         "PRODUCT=2bc5\n"};
-    withIdleWatcher([&](USBEventInterrupt& watcher, WatcherSession& session) {
+        const char* kSplitError =
+                "lumacast [orb]USBEventInterrupt::isVendorInLumacastRange string split error";
+        const size_t splitErrors = session.log.count(kSplitError);
         for (bool keepAlive : {true, false}) {
             std::string prime = keepAlive ? "PRODUCT=416/5044/1" : "PRODUCT=416/5030/1";
             ASSERT_TRUE(watcher.isVendorInLumacastRange(&prime[0]));
@@ -116,9 +95,7 @@ TEST(VendorRangeTest, UnsplittableLinesAreRefusedAndKeepTheFlag) {
             EXPECT_FALSE(watcher.isVendorInLumacastRange(nullptr));
             EXPECT_EQ(keepAlive, watcher.mKeepAlive.load());
         }
-        EXPECT_EQ(2 * (std::size(lines) + 1),
-                  session.log.count("lumacast [orb]USBEventInterrupt::isVendorInLumacastRange "
-                                    "string split error"));
+        EXPECT_EQ(splitErrors + 2 * (std::size(lines) + 1), session.log.count(kSplitError));
     });
 }
 
@@ -235,30 +212,6 @@ TEST(DeviceTypeTest, ProductFileContents) {
 
 // The network function's uevent file, once opened, is what a later video removal checks,
 // even when its product was refused.
-TEST(RemovalTest, RecordedNetworkFileDecidesRemoval) {
-    withIdleWatcher([](USBEventInterrupt& watcher, WatcherSession& session) {
-        ASSERT_TRUE(
-                writeUevent("net/usb", 1, lumacast::test::networkFunctionUevent(kRefusedCamera)));
-        EXPECT_EQ(-1, watcher.checkWhatDeviceType("net/usb", 1));
-        char remove[] = "remove@/devices/usb1/1-1/1-1:1.2/video4linux/video0";
-        watcher.parseUevent(remove);
-        EXPECT_TRUE(session.log.contains(
-                "USBEventInterrupt::parseUevent /sys/class/net/usb1/device/uevent exist"));
-        EXPECT_EQ(0u, session.client.count("processCameraRemove"));
-
-        ASSERT_EQ(0, unlink("/sys/class/net/usb1/device/uevent"));
-        watcher.parseUevent(remove);
-        EXPECT_TRUE(session.log.contains(
-                "USBEventInterrupt::parseUevent fopen /sys/class/net/usb1/device/uevent failed"));
-        EXPECT_TRUE(session.log.contains("USBEventInterrupt::handleUevent video removed"));
-        EXPECT_EQ(1u, session.client.count("processCameraRemove"));
-        // The record is cleared: the next removal finds no file name at all.
-        watcher.parseUevent(remove);
-        EXPECT_TRUE(session.log.contains("USBEventInterrupt::parseUevent fopen  failed"));
-        EXPECT_EQ(2u, session.client.count("processCameraRemove"));
-    });
-}
-
 TEST(RemovalTest, WhichHeadersReportARemoval) {
     struct Case {
         const char* header;
@@ -281,7 +234,27 @@ TEST(RemovalTest, WhichHeadersReportARemoval) {
             {"", false},
     };
     withIdleWatcher([&](USBEventInterrupt& watcher, WatcherSession& session) {
-        size_t removals = 0;
+        ASSERT_TRUE(
+                writeUevent("net/usb", 1, lumacast::test::networkFunctionUevent(kRefusedCamera)));
+        EXPECT_EQ(-1, watcher.checkWhatDeviceType("net/usb", 1));
+        char remove[] = "remove@/devices/usb1/1-1/1-1:1.2/video4linux/video0";
+        watcher.parseUevent(remove);
+        EXPECT_TRUE(session.log.contains(
+                "USBEventInterrupt::parseUevent /sys/class/net/usb1/device/uevent exist"));
+        EXPECT_EQ(0u, session.client.count("processCameraRemove"));
+
+        ASSERT_EQ(0, unlink("/sys/class/net/usb1/device/uevent"));
+        watcher.parseUevent(remove);
+        EXPECT_TRUE(session.log.contains(
+                "USBEventInterrupt::parseUevent fopen /sys/class/net/usb1/device/uevent failed"));
+        EXPECT_TRUE(session.log.contains("USBEventInterrupt::handleUevent video removed"));
+        EXPECT_EQ(1u, session.client.count("processCameraRemove"));
+        // The record is cleared: the next removal finds no file name at all.
+        watcher.parseUevent(remove);
+        EXPECT_TRUE(session.log.contains("USBEventInterrupt::parseUevent fopen  failed"));
+        EXPECT_EQ(2u, session.client.count("processCameraRemove"));
+
+        size_t removals = 2;
         for (const Case& c : cases) {
             char add[] = "add@/devices/x/1-1:1.2";
             watcher.parseUevent(add);
@@ -292,8 +265,8 @@ TEST(RemovalTest, WhichHeadersReportARemoval) {
         }
         // An action-less header keeps the last action: after a removal, a change of video0
         // removes again.
-        char remove[] = "remove@/devices/x/1-1:1.2";
-        watcher.parseUevent(remove);
+        char removeInterface[] = "remove@/devices/x/1-1:1.2";
+        watcher.parseUevent(removeInterface);
         char change[] = "change@/devices/x/video4linux/video0";
         watcher.parseUevent(change);
         EXPECT_EQ(removals + 1, session.client.count("processCameraRemove"));

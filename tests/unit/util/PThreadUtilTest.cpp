@@ -1,5 +1,5 @@
-#include "util/PThreadUtil.h"
-
+#include <gtest/gtest.h>
+#include <lumacast/host/LogCapture.h>
 #include <pthread.h>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -12,9 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include <gtest/gtest.h>
-
-#include <lumacast/host/LogCapture.h>
+#include "util/PThreadUtil.h"
 
 using android::lumacast::PThreadUtil;
 using android::lumacast::threadExitValue;
@@ -25,43 +23,44 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// Records every call it receives; can block inside an item until released.
+constexpr const char* kUevent = "ThreadUEvent";
+
+// Records every call it receives, with the name of the thread it ran on; a call for the
+// item in mHold stays inside until mHold changes.
 class RecordingObject : public ThreadObject {
-public:
+  public:
+    struct Call {
+        void* data1;
+        std::string data2;
+        std::string thread;
+    };
     int selfProcess(void* data1, void* data2) override {
         char thread[16] = {};
         prctl(PR_GET_NAME, thread, 0, 0, 0);
         {
             std::lock_guard<std::mutex> lock(mMutex);
-            mCalls.push_back({data1, data2 ? static_cast<const char*>(data2) : ""});
-            mThreadNames.push_back(thread);
+            mCalls.push_back({data1, data2 ? static_cast<const char*>(data2) : "", thread});
         }
         mCallCount++;
-        if (mBlock) {
+        if (data1 != nullptr && data1 == mHold) {
             mInside = true;
-            while (mBlock) std::this_thread::sleep_for(1ms);
+            while (data1 == mHold) std::this_thread::sleep_for(1ms);
             mInside = false;
         }
         return mResult;
     }
-    std::vector<std::pair<void*, std::string>> calls() {
+    std::vector<Call> calls() {
         std::lock_guard<std::mutex> lock(mMutex);
         return mCalls;
     }
-    // The name of the thread each call ran on.
-    std::vector<std::string> threadNames() {
-        std::lock_guard<std::mutex> lock(mMutex);
-        return mThreadNames;
-    }
     std::atomic<int> mCallCount{0};
-    std::atomic<bool> mBlock{false};
+    std::atomic<const void*> mHold{nullptr};
     std::atomic<bool> mInside{false};
     int mResult = 0;
 
-private:
+  private:
     std::mutex mMutex;
-    std::vector<std::pair<void*, std::string>> mCalls;
-    std::vector<std::string> mThreadNames;
+    std::vector<Call> mCalls;
 };
 
 bool waitUntil(const std::function<bool()>& pred, std::chrono::milliseconds limit = 5000ms) {
@@ -94,39 +93,31 @@ TEST(PThreadUtilTest, RefusedConstructionCreatesNoThread) {
     EXPECT_EQ(0, object.mCallCount.load());
 }
 
-TEST(PThreadUtilTest, UeventWorkerRunsOnceAtStartWithItsName) {
-    RecordingObject object;
-    {
-        PThreadUtil worker("ThreadUEvent", &object);
-        ASSERT_TRUE(waitUntil([&] { return object.mCallCount.load() == 1; }));
-    }
-    const auto calls = object.calls();
-    ASSERT_EQ(1u, calls.size());
-    EXPECT_STREQ("ThreadUEvent", static_cast<const char*>(calls[0].first));
-    EXPECT_EQ("ThreadUEvent", calls[0].second);
-    EXPECT_EQ(std::vector<std::string>{"ThreadUEvent"}, object.threadNames());
-}
-
-// Other workers run nothing until handed an item (a null item is refused); destroying an
-// idle worker ends it with exit value 0.
+// Other workers run nothing until handed an item (a null item is refused); a failing item
+// is logged and the worker goes on; destroying an idle worker ends it with exit value 0.
 TEST(PThreadUtilTest, OtherWorkersRunOnlyHandedItemsWithTheirName) {
     LogCapture log;
     RecordingObject object;
-    int item = 7;
+    object.mResult = -3;
+    int a = 1, b = 2;
     {
         PThreadUtil worker("socketRead", &object);
         worker.process(nullptr);
         EXPECT_TRUE(log.contains("PThreadUtil::process socketRead nullptr == data"));
         std::this_thread::sleep_for(20ms);
         EXPECT_EQ(0, object.mCallCount.load());
-        worker.process(&item);
-        ASSERT_TRUE(waitUntil([&] { return object.mCallCount.load() == 1; }));
+        worker.process(&a);
+        worker.process(&b);
+        ASSERT_TRUE(waitUntil([&] { return object.mCallCount.load() == 2; }));
     }
     const auto calls = object.calls();
-    ASSERT_EQ(1u, calls.size());
-    EXPECT_EQ(&item, calls[0].first);
-    EXPECT_EQ("socketRead", calls[0].second);
-    EXPECT_EQ(std::vector<std::string>{"socketRead"}, object.threadNames());
+    ASSERT_EQ(2u, calls.size());
+    for (size_t i = 0; i < calls.size(); ++i) {
+        EXPECT_EQ(i == 0 ? &a : &b, calls[i].data1);
+        EXPECT_EQ("socketRead", calls[i].data2);
+        EXPECT_EQ("socketRead", calls[i].thread);
+    }
+    EXPECT_EQ(2u, log.count("PThreadUtil::onProcess socketRead retInt:-3", ANDROID_LOG_ERROR));
     const long stop = log.indexOf("PThreadUtil::onProcess socketRead mData is null");
     const long joined = log.indexOf("~PThreadUtil socketRead exitRet:0");
     ASSERT_GE(stop, 0);
@@ -134,36 +125,30 @@ TEST(PThreadUtilTest, OtherWorkersRunOnlyHandedItemsWithTheirName) {
     EXPECT_EQ(ANDROID_LOG_INFO, log.entries()[static_cast<size_t>(joined)].prio);
 }
 
-TEST(PThreadUtilTest, FailingItemIsLoggedAndWorkerGoesOn) {
+// A hand-over waits for the item before it to return; so does the destructor.
+TEST(PThreadUtilTest, HandOverAndDestructionWaitForTheRunningItem) {
     LogCapture log;
     RecordingObject object;
-    object.mResult = -3;
     int a = 1, b = 2;
-    {
-        PThreadUtil worker("socketWrite", &object);
-        worker.process(&a);
-        worker.process(&b);
-        ASSERT_TRUE(waitUntil([&] { return object.mCallCount.load() == 2; }));
-    }
-    EXPECT_EQ(2u, log.count("PThreadUtil::onProcess socketWrite retInt:-3", ANDROID_LOG_ERROR));
-}
-
-TEST(PThreadUtilTest, SecondHandOverWaitsForFirstItemToReturn) {
-    RecordingObject object;
-    object.mBlock = true;
-    int a = 1, b = 2;
-    PThreadUtil worker("socketWrite", &object);
-    worker.process(&a);
+    object.mHold = &a;
+    auto worker = std::make_unique<PThreadUtil>("socketWrite", &object);
+    worker->process(&a);
     ASSERT_TRUE(waitUntil([&] { return object.mInside.load(); }));
-    auto second = std::async(std::launch::async, [&] { worker.process(&b); });
+    auto second = std::async(std::launch::async, [&] { worker->process(&b); });
     EXPECT_EQ(std::future_status::timeout, second.wait_for(50ms));
     EXPECT_EQ(1, object.mCallCount.load());
-    object.mBlock = false;
+    object.mHold = &b;
     second.get();
-    ASSERT_TRUE(waitUntil([&] { return object.mCallCount.load() == 2; }));
+    ASSERT_TRUE(waitUntil([&] { return object.mCallCount.load() == 2 && object.mInside; }));
+    auto destroyed = std::async(std::launch::async, [&] { worker.reset(); });
+    EXPECT_EQ(std::future_status::timeout, destroyed.wait_for(50ms));
+    object.mHold = nullptr;
+    destroyed.get();
+    EXPECT_TRUE(log.contains("~PThreadUtil socketWrite exitRet:0"));
     const auto calls = object.calls();
-    EXPECT_EQ(&a, calls[0].first);
-    EXPECT_EQ(&b, calls[1].first);
+    ASSERT_EQ(2u, calls.size());
+    EXPECT_EQ(&a, calls[0].data1);
+    EXPECT_EQ(&b, calls[1].data1);
 }
 
 // Many producers hand over distinct items back to back: every item must run exactly
@@ -185,25 +170,25 @@ TEST(PThreadUtilTest, EveryItemRunsExactlyOnceUnderContention) {
         for (auto& t : producers) t.join();
     }
     std::map<void*, int> seen;
-    for (const auto& call : object.calls()) seen[call.first]++;
+    for (const auto& call : object.calls()) seen[call.data1]++;
     ASSERT_EQ(items.size(), seen.size());
     for (auto& item : items) EXPECT_EQ(1, seen[&item]);
 }
 
-TEST(PThreadUtilTest, DestroyingBusyWorkerWaitsForItem) {
-    LogCapture log;
+// The uevent worker runs once at start, with its name as both arguments, on a thread of
+// that name, even when destroyed at once; other workers destroyed at once run nothing.
+TEST(PThreadUtilTest, UeventWorkerRunsOnceAtStartEvenWhenDestroyedAtOnce) {
     RecordingObject object;
-    object.mBlock = true;
-    int a = 1;
-    auto worker = std::make_unique<PThreadUtil>("socketRead", &object);
-    worker->process(&a);
-    ASSERT_TRUE(waitUntil([&] { return object.mInside.load(); }));
-    auto destroyed = std::async(std::launch::async, [&] { worker.reset(); });
-    EXPECT_EQ(std::future_status::timeout, destroyed.wait_for(50ms));
-    object.mBlock = false;
-    destroyed.get();
-    EXPECT_TRUE(log.contains("~PThreadUtil socketRead exitRet:0"));
-    EXPECT_EQ(1, object.mCallCount.load());
+    for (int i = 0; i < 200; ++i) {
+        PThreadUtil worker(i % 2 ? "socketRead" : kUevent, &object);
+    }
+    const auto calls = object.calls();
+    ASSERT_EQ(100u, calls.size());
+    for (const auto& call : calls) {
+        EXPECT_STREQ(kUevent, static_cast<const char*>(call.data1));
+        EXPECT_EQ(kUevent, call.data2);
+        EXPECT_EQ(kUevent, call.thread);
+    }
 }
 
 // The destructor's stop request made while the uevent worker is still in its start-up
@@ -211,23 +196,15 @@ TEST(PThreadUtilTest, DestroyingBusyWorkerWaitsForItem) {
 TEST(PThreadUtilTest, StopDuringStartupRunIsSeen) {
     LogCapture log;
     RecordingObject object;
-    object.mBlock = true;
-    auto worker = std::make_unique<PThreadUtil>("ThreadUEvent", &object);
+    object.mHold = kUevent;
+    auto worker = std::make_unique<PThreadUtil>(kUevent, &object);
     ASSERT_TRUE(waitUntil([&] { return object.mInside.load(); }));
     auto destroyed = std::async(std::launch::async, [&] { worker.reset(); });
     std::this_thread::sleep_for(30ms);
-    object.mBlock = false;
+    object.mHold = nullptr;
     ASSERT_EQ(std::future_status::ready, destroyed.wait_for(5s));
     EXPECT_TRUE(log.contains("~PThreadUtil ThreadUEvent exitRet:0"));
     EXPECT_EQ(1, object.mCallCount.load());
-}
-
-TEST(PThreadUtilTest, ImmediateDestructionNeverHangs) {
-    RecordingObject object;
-    for (int i = 0; i < 200; ++i) {
-        PThreadUtil worker(i % 2 ? "socketRead" : "ThreadUEvent", &object);
-    }
-    EXPECT_EQ(100, object.mCallCount.load());
 }
 
 // The thread's exit value is what its object returned, read back by the joiner; a
