@@ -78,10 +78,13 @@ TEST_F(ServiceTest, CameraAddAndRemoveActOnlyOnAChange) {
     EXPECT_EQ(1u, log.count("LumacastService set sys.kora.usb.status 0"));
 }
 
-TEST_F(ServiceTest, ContinueProcessFollowsCameraAndLink) {
+// Commands and the heartbeat go out only on a connected link.
+TEST_F(ServiceTest, ContinueProcessAndHeartbeatFollowCameraAndLink) {
     EXPECT_FALSE(service->continueProcess());
     EXPECT_TRUE(
             log.contains("LumacastService::continueProcess camera do not exit", ANDROID_LOG_ERROR));
+    EXPECT_EQ(0, adapter->checkAlive());
+    EXPECT_TRUE(log.contains("mSocketClient is null or not connect", ANDROID_LOG_ERROR));
     EXPECT_EQ(0u, camera->connectionCount());
 
     plugCamera();
@@ -89,6 +92,9 @@ TEST_F(ServiceTest, ContinueProcessFollowsCameraAndLink) {
     ASSERT_TRUE(camera->waitForConnections(1, 10s));
     EXPECT_TRUE(service->continueProcess());
     EXPECT_EQ(1u, camera->connectionCount());
+    EXPECT_EQ(1, adapter->checkAlive());
+    ASSERT_TRUE(camera->waitForCommands(1, 10s));
+    EXPECT_EQ(commandFrame("{\"cmd_id\":254,\"param\":1}"), camera->commands()[0].frame);
 
     // A camera that refuses: the next connect fails and the command would not be sent.
     ASSERT_TRUE(camera->setRefusing(true));
@@ -175,18 +181,6 @@ TEST_F(ServiceTest, CameraRemovedAndBack) {
     }
     EXPECT_TRUE(back);
     EXPECT_EQ(2u, camera->connectionCount());
-}
-
-TEST_F(ServiceTest, HeartbeatGoesOutOnlyOnAConnectedLink) {
-    EXPECT_EQ(0, adapter->checkAlive());
-    EXPECT_TRUE(log.contains("mSocketClient is null or not connect", ANDROID_LOG_ERROR));
-
-    plugCamera();
-    ASSERT_TRUE(service->continueProcess());
-    ASSERT_TRUE(camera->waitForConnections(1, 10s));
-    EXPECT_EQ(1, adapter->checkAlive());
-    ASSERT_TRUE(camera->waitForCommands(1, 10s));
-    EXPECT_EQ(commandFrame("{\"cmd_id\":254,\"param\":1}"), camera->commands()[0].frame);
 }
 
 }  // namespace

@@ -227,30 +227,9 @@ TEST_F(LinkTest, CameraReturnRacingTheWaitIsNeverLost) {
             << "no round reached the wait";
 }
 
-TEST_F(LinkTest, UninitUnblocksTheReaderWithTheUnblockingCommand) {
-    connect();
-    camera->clearReceived();
-    link->uninit();
-    const std::string unblock = commandFrame("{\"cmd_id\":1,\"param\":0}");
-    ASSERT_TRUE(camera->waitForCommands(1, 10s));
-    EXPECT_EQ(unblock, camera->receivedBytes());
-    EXPECT_TRUE(log.contains("uninit finish"));
-    EXPECT_EQ(DISCONNECT, link->connectState.load());
-    ASSERT_TRUE(camera->waitForDisconnect(10s));
-
-    // A later init starts a new run of the read loop.
-    EXPECT_TRUE(link->init());
-    EXPECT_EQ(2u, log.count("SocketClient::init mThreadRead->process"));
-    ASSERT_TRUE(camera->waitForConnections(2, 10s));
-    ASSERT_TRUE(camera->send(resultMessage("new run")));
-    ASSERT_TRUE(waitUntil([&] {
-        const auto all = client.deliveries();
-        return !all.empty() && all.back().bytes == "new run";
-    }));
-}
-
-// The camera ignores the unblocking command: shutdown still ends the blocked read.
-TEST_F(LinkTest, UninitEndsAReadThatNeverReturnsByItself) {
+// Shutdown sends the unblocking command; a camera that ignores it still cannot keep the
+// read blocked. A later init starts a new run of the read loop.
+TEST_F(LinkTest, UninitEndsTheReadEvenIfTheCameraIgnoresTheUnblockingCommand) {
     ReplyRule silent;
     silent.silent = true;
     camera->setDefaultRule(silent);
@@ -260,10 +239,24 @@ TEST_F(LinkTest, UninitEndsAReadThatNeverReturnsByItself) {
     ASSERT_TRUE(camera->send(resultMessage("x")));
     ASSERT_TRUE(client.waitForCount(1));
     std::this_thread::sleep_for(200ms);
+    camera->clearReceived();
     EXPECT_TRUE(finishesWithin(30s, [&] { link->uninit(); }));
+    ASSERT_TRUE(camera->waitForCommands(1, 10s));
+    EXPECT_EQ(commandFrame("{\"cmd_id\":1,\"param\":0}"), camera->receivedBytes());
     EXPECT_TRUE(
             log.contains("SocketClient::uninit read loop still running, shutting down the socket"));
     EXPECT_TRUE(log.contains("uninit finish"));
+    EXPECT_EQ(DISCONNECT, link->connectState.load());
+    ASSERT_TRUE(camera->waitForDisconnect(10s));
+
+    EXPECT_TRUE(link->init());
+    EXPECT_EQ(2u, log.count("SocketClient::init mThreadRead->process"));
+    ASSERT_TRUE(camera->waitForConnections(2, 10s));
+    ASSERT_TRUE(camera->send(resultMessage("new run")));
+    ASSERT_TRUE(waitUntil([&] {
+        const auto all = client.deliveries();
+        return !all.empty() && all.back().bytes == "new run";
+    }));
     EXPECT_TRUE(finishesWithin(30s, [&] { link.reset(); }));
 }
 
