@@ -128,11 +128,7 @@ TEST_P(HangupTest, ACameraThatHangsUpIsRetriedAtAPace) {
 
     camera->setHangup(camsim::Hangup::kOff);
     ASSERT_TRUE(camera->waitForConnections(connections + 1, 10s));
-    ASSERT_TRUE(waitUntil([&] {
-        camera->send(resultMessage("served again"));
-        const auto all = client.deliveries();
-        return !all.empty() && all.back().bytes == "served again";
-    }));
+    ASSERT_TRUE(resultGetsThrough("served again"));
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryWay, HangupTest,
@@ -191,10 +187,7 @@ TEST_F(LinkTest, CameraRemovedWhileConnectedWaitsForItsReturn) {
     ASSERT_TRUE(log.waitFor("SocketClient::reconnect start", 10s));
     ASSERT_TRUE(camera->waitForConnections(2, 10s));
     ASSERT_TRUE(waitUntil([&] { return link->connectState == CONNECTED; }));
-    client.clear();
-    ASSERT_TRUE(camera->send(resultMessage("back")));
-    ASSERT_TRUE(client.waitForCount(1));
-    EXPECT_EQ("back", client.deliveries()[0].bytes);
+    ASSERT_TRUE(resultGetsThrough("back"));
 }
 
 // A camera that comes back while the loop is deciding to wait for it must still wake it.
@@ -211,17 +204,9 @@ TEST_F(LinkTest, CameraReturnRacingTheWaitIsNeverLost) {
         while (std::chrono::steady_clock::now() < until) {
         }
         cameraAdded(link.get());
-        // The loop must be reading again; what went to a connection it closed is lost, so
-        // keep sending until one arrives.
-        const std::string back = "back" + std::to_string(round);
-        auto arrived = [&] {
-            for (const Delivery& d : client.deliveries()) {
-                if (d.bytes == back) return true;
-            }
-            camera->send(resultMessage(back));
-            return false;
-        };
-        ASSERT_TRUE(waitUntil(arrived)) << "round " << round << ": the loop never came back";
+        // The loop must be reading again.
+        ASSERT_TRUE(resultGetsThrough("back" + std::to_string(round)))
+                << "round " << round << ": the loop never came back";
         client.clear();
     }
     const size_t waits = log.count("SocketClient camera do not exit, wait");
@@ -259,11 +244,7 @@ TEST_F(LinkTest, UninitEndsTheReadEvenIfTheCameraIgnoresTheUnblockingCommand) {
     EXPECT_TRUE(link->init());
     EXPECT_EQ(2u, log.count("SocketClient::init mThreadRead->process"));
     ASSERT_TRUE(camera->waitForConnections(2, 10s));
-    ASSERT_TRUE(camera->send(resultMessage("new run")));
-    ASSERT_TRUE(waitUntil([&] {
-        const auto all = client.deliveries();
-        return !all.empty() && all.back().bytes == "new run";
-    }));
+    ASSERT_TRUE(resultGetsThrough("new run"));
     EXPECT_TRUE(finishesWithin(30s, [&] { link.reset(); }));
 }
 
