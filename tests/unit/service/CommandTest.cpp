@@ -159,12 +159,10 @@ TEST_F(CommandTest, SilentCameraTimesEachCallOut) {
     EXPECT_TRUE(log.contains("LumacastService::processResult mCmd = 7, mParam = 1, mRetVal = 0"));
     EXPECT_EQ(0u, log.countContaining("mCmd = 254"));
     // Not woken by id 7: each judged an empty slot after its time-out.
-    EXPECT_TRUE(log.contains(
-            "LumacastService::getZoomSwitch retWait:0, mCmd:-1, mParam:-1, mRetVal:-1"));
-    EXPECT_TRUE(log.contains(
-            "LumacastService::getAiAlgoList retWait:0, mCmd:-1, mParam:-1, mRetVal:-1"));
-    EXPECT_TRUE(
-            log.contains("LumacastService::getZoomMode retWait:0, mCmd:-1, mParam:-1, mRetVal:-1"));
+    for (const std::string name : {"getZoomSwitch", "getAiAlgoList", "getZoomMode"}) {
+        EXPECT_TRUE(log.contains("LumacastService::" + name +
+                                 " retWait:0, mCmd:-1, mParam:-1, mRetVal:-1"));
+    }
     EXPECT_EQ(0u, log.count("LumacastService::processResult  signal"));
     EXPECT_NE(dump().find("  commands: sent 3, answered 0, timed out 3, refused as busy 0\n"),
               std::string::npos)
