@@ -60,56 +60,57 @@ TEST_F(CommandTest, EveryOperationSendsItsPacket) {
 }
 
 TEST_F(CommandTest, ResultRulesJudgeTheCamerasAnswer) {
-    bool b = true;
-    int32_t i = 0;
-    // Switch operations need param 1 and rval 0, whatever was asked.
-    camera->setRule(14, rule(0, 0));
-    service->setZoomSwitch(false, &b);
-    EXPECT_FALSE(b);
-    EXPECT_TRUE(
-            log.contains("LumacastService::setZoomSwitch retWait:0, mCmd:14, mParam:0, mRetVal:0"));
-    camera->setRule(14, rule(1, 0));
-    service->setZoomSwitch(false, &b);
-    EXPECT_TRUE(b);
-    camera->setRule(14, rule(1, 2));
-    service->setZoomSwitch(true, &b);
-    EXPECT_FALSE(b);
-    camera->setRule(15, rule(0, 0));
-    service->getZoomSwitch(&b);
-    EXPECT_FALSE(b);
-    camera->setRule(13, rule(1, 0));
-    service->getAutoFraming(&b);
-    EXPECT_TRUE(b);
-    camera->setRule(13, rule(2, 0));
-    service->getAutoFraming(&b);
-    EXPECT_FALSE(b);
-
+    // Each out-parameter starts at the opposite of what the answer must make it.
+    struct Flag {
+        int id, param, rval;
+        std::function<void(bool*)> call;
+        bool ok;
+    };
+    const std::vector<Flag> flags = {
+            // Switch operations need param 1 and rval 0, whatever was asked.
+            {14, 0, 0, [&](bool* b) { service->setZoomSwitch(false, b); }, false},
+            {14, 1, 0, [&](bool* b) { service->setZoomSwitch(false, b); }, true},
+            {14, 1, 2, [&](bool* b) { service->setZoomSwitch(true, b); }, false},
+            {15, 0, 0, [&](bool* b) { service->getZoomSwitch(b); }, false},
+            {13, 1, 0, [&](bool* b) { service->getAutoFraming(b); }, true},
+            {13, 2, 0, [&](bool* b) { service->getAutoFraming(b); }, false},
+            // A non-zero rval fails every setter.
+            {5, 1, 1, [&](bool* b) { service->setAiProperty("p", b); }, false},
+            {4, 1, 1, [&](bool* b) { service->sendDoa("1", b); }, false},
+            {14, 1, 1, [&](bool* b) { service->setZoomMode(1, 1, b); }, false},
+            {1, 0, -5, [&](bool* b) { service->setAiSubscribeType(2, b); }, false},
+            {3, 0, 4, [&](bool* b) { service->grabFrame(1, "640x480", b); }, false},
+            {1, 0, 6, [&](bool* b) { service->setAiSubscribe(1, "0", b); }, false},
+    };
+    for (const Flag& f : flags) {
+        camera->setRule(f.id, rule(f.param, f.rval));
+        bool b = !f.ok;
+        f.call(&b);
+        EXPECT_EQ(f.ok, b) << f.id << " param " << f.param << " rval " << f.rval;
+    }
     // Queries return the camera's param; values are read without their sign.
-    camera->setRule(16, rule(-5, 0));
-    service->getAiAlgoList(&i);
-    EXPECT_EQ(5, i);
-    camera->setRule(16, rule(9, 1));
-    service->getAiAlgoList(&i);
-    EXPECT_EQ(0, i);
-    camera->setRule(2, rule(3, 0));
-    service->getAiSubscribeStatus(&i);
-    EXPECT_EQ(3, i);
-    camera->setRule(2, rule(3, 1));
-    service->getAiSubscribeStatus(&i);
-    EXPECT_EQ(0, i);
-    // A non-zero rval fails every setter.
-    camera->setRule(5, rule(1, 1));
-    b = true;
-    service->setAiProperty("p", &b);
-    EXPECT_FALSE(b);
-    camera->setRule(4, rule(1, 1));
-    b = true;
-    service->sendDoa("1", &b);
-    EXPECT_FALSE(b);
-    camera->setRule(14, rule(1, 1));
-    b = true;
-    service->setZoomMode(1, 1, &b);
-    EXPECT_FALSE(b);
+    const struct {
+        int id, param, rval;
+        int32_t value;
+    } counts[] = {{16, -5, 0, 5}, {16, 9, 1, 0}, {2, 3, 0, 3}, {2, 3, 1, 0}};
+    for (const auto& c : counts) {
+        camera->setRule(c.id, rule(c.param, c.rval));
+        int32_t i = c.value + 1;
+        if (c.id == 16) {
+            service->getAiAlgoList(&i);
+        } else {
+            service->getAiSubscribeStatus(&i);
+        }
+        EXPECT_EQ(c.value, i) << c.id << " param " << c.param << " rval " << c.rval;
+    }
+    // Outcomes are logged with the answer's fields, each kind with its own text.
+    for (const char* line :
+         {"LumacastService::setZoomSwitch retWait:0, mCmd:14, mParam:0, mRetVal:0",
+          "LumacastService::setAiSubscribeType retWait:0, mCmd:1, mParam:0, mRetVal:5",
+          "LumacastService::grabFrame retWait:0, mCmd:3, mRetVal:4",
+          "LumacastService::mSignalSetAiSubscribe retWait:0, mCmd:1, mParam:0, mRetVal:6"}) {
+        EXPECT_TRUE(log.contains(line)) << line;
+    }
     // Text queries hand on the answer whatever its rval, and see no mismatch in it.
     std::string s;
     for (int id : {2, 6, 15}) camera->setRule(id, rule(0, 7));
@@ -120,21 +121,6 @@ TEST_F(CommandTest, ResultRulesJudgeTheCamerasAnswer) {
     service->getZoomMode(&s);
     EXPECT_EQ(answer(15, 0, 7), s);
     EXPECT_EQ(0u, log.countContaining("mRetVal:7"));
-    camera->setRule(1, rule(0, -5));
-    service->setAiSubscribeType(2, &b);
-    EXPECT_FALSE(b);
-    EXPECT_TRUE(log.contains(
-            "LumacastService::setAiSubscribeType retWait:0, mCmd:1, mParam:0, mRetVal:5"));
-    // Other outcomes logged with their own texts.
-    camera->setRule(3, rule(0, 4));
-    service->grabFrame(1, "640x480", &b);
-    EXPECT_FALSE(b);
-    EXPECT_TRUE(log.contains("LumacastService::grabFrame retWait:0, mCmd:3, mRetVal:4"));
-    camera->setRule(1, rule(0, 6));
-    service->setAiSubscribe(1, "0", &b);
-    EXPECT_FALSE(b);
-    EXPECT_TRUE(log.contains(
-            "LumacastService::mSignalSetAiSubscribe retWait:0, mCmd:1, mParam:0, mRetVal:6"));
     // 150 bytes cannot be kept whole with their zero: cut to 99.
     ReplyRule longText;
     longText.text = "{\"cmd_id\":6,\"param\":1,\"rval\":0,\"v\":\"" + std::string(150, 'v') + "\"}";
@@ -173,12 +159,10 @@ TEST_F(CommandTest, SilentCameraTimesEachCallOut) {
     EXPECT_TRUE(log.contains("LumacastService::processResult mCmd = 7, mParam = 1, mRetVal = 0"));
     EXPECT_EQ(0u, log.countContaining("mCmd = 254"));
     // Not woken by id 7: each judged an empty slot after its time-out.
-    EXPECT_TRUE(log.contains(
-            "LumacastService::getZoomSwitch retWait:0, mCmd:-1, mParam:-1, mRetVal:-1"));
-    EXPECT_TRUE(log.contains(
-            "LumacastService::getAiAlgoList retWait:0, mCmd:-1, mParam:-1, mRetVal:-1"));
-    EXPECT_TRUE(
-            log.contains("LumacastService::getZoomMode retWait:0, mCmd:-1, mParam:-1, mRetVal:-1"));
+    for (const std::string name : {"getZoomSwitch", "getAiAlgoList", "getZoomMode"}) {
+        EXPECT_TRUE(log.contains("LumacastService::" + name +
+                                 " retWait:0, mCmd:-1, mParam:-1, mRetVal:-1"));
+    }
     EXPECT_EQ(0u, log.count("LumacastService::processResult  signal"));
     EXPECT_NE(dump().find("  commands: sent 3, answered 0, timed out 3, refused as busy 0\n"),
               std::string::npos)

@@ -57,31 +57,12 @@ TEST_F(ServiceTest, ConstructionResetsTheSubscribeStatus) {
     EXPECT_LT(ids["ThreadUEvent"], ids["SocketTimer"]);
 }
 
-TEST_F(ServiceTest, CameraAddAndRemoveActOnlyOnAChange) {
-    adapter->processCameraRemove();
-    EXPECT_TRUE(log.contains("LumacastService::processCameraRemove not cameraExist",
-                             ANDROID_LOG_DEBUG));
-    EXPECT_EQ("", property("sys.kora.usb.status"));
-
-    adapter->processCameraAdd();
-    EXPECT_EQ("1", property("sys.kora.usb.status"));
-    EXPECT_TRUE(log.contains("LumacastService set sys.kora.usb.status 1", ANDROID_LOG_ERROR));
-    EXPECT_EQ(1u, log.count("SocketClient mSignalAddCamera cameraExit=1"));
-
-    adapter->processCameraAdd();
-    EXPECT_TRUE(log.contains("LumacastService::processCameraAdd cameraExist", ANDROID_LOG_DEBUG));
-    EXPECT_EQ(1u, log.count("SocketClient mSignalAddCamera cameraExit=1"));
-
-    adapter->processCameraRemove();
-    EXPECT_EQ("0", property("sys.kora.usb.status"));
-    EXPECT_EQ(1u, log.count("SocketClient mSignalAddCamera cameraExit=0"));
-    EXPECT_EQ(1u, log.count("LumacastService set sys.kora.usb.status 0"));
-}
-
-TEST_F(ServiceTest, ContinueProcessFollowsCameraAndLink) {
+TEST_F(ServiceTest, ContinueProcessAndHeartbeatFollowCameraAndLink) {
     EXPECT_FALSE(service->continueProcess());
     EXPECT_TRUE(
             log.contains("LumacastService::continueProcess camera do not exit", ANDROID_LOG_ERROR));
+    EXPECT_EQ(0, adapter->checkAlive());
+    EXPECT_TRUE(log.contains("mSocketClient is null or not connect", ANDROID_LOG_ERROR));
     EXPECT_EQ(0u, camera->connectionCount());
 
     plugCamera();
@@ -89,6 +70,9 @@ TEST_F(ServiceTest, ContinueProcessFollowsCameraAndLink) {
     ASSERT_TRUE(camera->waitForConnections(1, 10s));
     EXPECT_TRUE(service->continueProcess());
     EXPECT_EQ(1u, camera->connectionCount());
+    EXPECT_EQ(1, adapter->checkAlive());
+    ASSERT_TRUE(camera->waitForCommands(1, 10s));
+    EXPECT_EQ(commandFrame("{\"cmd_id\":254,\"param\":1}"), camera->commands()[0].frame);
 
     // A camera that refuses: the next connect fails and the command would not be sent.
     ASSERT_TRUE(camera->setRefusing(true));
@@ -134,11 +118,20 @@ TEST_F(ServiceTest, ContinueProcessRefusesWhileConnecting) {
     close(blocker);
 }
 
-// The camera leaves: commands are refused, with failure values and nothing sent, and the
-// link lets its connection go. It comes back: the waiting link reconnects by itself and
-// commands work again.
+// Camera add and remove act only on a change. The camera leaves: commands are refused,
+// with failure values and nothing sent, and the link lets its connection go. It comes
+// back: the waiting link reconnects by itself and commands work again.
 TEST_F(ServiceTest, CameraRemovedAndBack) {
-    plugCamera();
+    adapter->processCameraRemove();
+    EXPECT_TRUE(log.contains("LumacastService::processCameraRemove not cameraExist",
+                             ANDROID_LOG_DEBUG));
+    EXPECT_EQ("", property("sys.kora.usb.status"));
+    adapter->processCameraAdd();
+    EXPECT_EQ("1", property("sys.kora.usb.status"));
+    EXPECT_TRUE(log.contains("LumacastService set sys.kora.usb.status 1", ANDROID_LOG_ERROR));
+    adapter->processCameraAdd();
+    EXPECT_TRUE(log.contains("LumacastService::processCameraAdd cameraExist", ANDROID_LOG_DEBUG));
+    EXPECT_EQ(1u, log.count("SocketClient mSignalAddCamera cameraExit=1"));
     ASSERT_TRUE(service->continueProcess());
     ASSERT_TRUE(camera->waitForConnections(1, 10s));
     bool ok = false;
@@ -146,6 +139,9 @@ TEST_F(ServiceTest, CameraRemovedAndBack) {
     EXPECT_TRUE(ok);
 
     adapter->processCameraRemove();
+    EXPECT_EQ("0", property("sys.kora.usb.status"));
+    EXPECT_EQ(1u, log.count("SocketClient mSignalAddCamera cameraExit=0"));
+    EXPECT_EQ(1u, log.count("LumacastService set sys.kora.usb.status 0"));
     service->setAutoFraming(1, &ok);
     EXPECT_FALSE(ok);
     int32_t count = 5;
@@ -175,18 +171,6 @@ TEST_F(ServiceTest, CameraRemovedAndBack) {
     }
     EXPECT_TRUE(back);
     EXPECT_EQ(2u, camera->connectionCount());
-}
-
-TEST_F(ServiceTest, HeartbeatGoesOutOnlyOnAConnectedLink) {
-    EXPECT_EQ(0, adapter->checkAlive());
-    EXPECT_TRUE(log.contains("mSocketClient is null or not connect", ANDROID_LOG_ERROR));
-
-    plugCamera();
-    ASSERT_TRUE(service->continueProcess());
-    ASSERT_TRUE(camera->waitForConnections(1, 10s));
-    EXPECT_EQ(1, adapter->checkAlive());
-    ASSERT_TRUE(camera->waitForCommands(1, 10s));
-    EXPECT_EQ(commandFrame("{\"cmd_id\":254,\"param\":1}"), camera->commands()[0].frame);
 }
 
 }  // namespace

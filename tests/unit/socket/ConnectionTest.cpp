@@ -128,11 +128,7 @@ TEST_P(HangupTest, ACameraThatHangsUpIsRetriedAtAPace) {
 
     camera->setHangup(camsim::Hangup::kOff);
     ASSERT_TRUE(camera->waitForConnections(connections + 1, 10s));
-    ASSERT_TRUE(waitUntil([&] {
-        camera->send(resultMessage("served again"));
-        const auto all = client.deliveries();
-        return !all.empty() && all.back().bytes == "served again";
-    }));
+    ASSERT_TRUE(resultGetsThrough("served again"));
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryWay, HangupTest,
@@ -191,13 +187,11 @@ TEST_F(LinkTest, CameraRemovedWhileConnectedWaitsForItsReturn) {
     ASSERT_TRUE(log.waitFor("SocketClient::reconnect start", 10s));
     ASSERT_TRUE(camera->waitForConnections(2, 10s));
     ASSERT_TRUE(waitUntil([&] { return link->connectState == CONNECTED; }));
-    client.clear();
-    ASSERT_TRUE(camera->send(resultMessage("back")));
-    ASSERT_TRUE(client.waitForCount(1));
-    EXPECT_EQ("back", client.deliveries()[0].bytes);
+    ASSERT_TRUE(resultGetsThrough("back"));
 }
 
 // A camera that comes back while the loop is deciding to wait for it must still wake it.
+// Destruction ends a loop that waits for the camera.
 TEST_F(LinkTest, CameraReturnRacingTheWaitIsNeverLost) {
     connect();
     std::mt19937 random(7);
@@ -210,47 +204,24 @@ TEST_F(LinkTest, CameraReturnRacingTheWaitIsNeverLost) {
         while (std::chrono::steady_clock::now() < until) {
         }
         cameraAdded(link.get());
-        // The loop must be reading again; what went to a connection it closed is lost, so
-        // keep sending until one arrives.
-        const std::string back = "back" + std::to_string(round);
-        auto arrived = [&] {
-            for (const Delivery& d : client.deliveries()) {
-                if (d.bytes == back) return true;
-            }
-            camera->send(resultMessage(back));
-            return false;
-        };
-        ASSERT_TRUE(waitUntil(arrived)) << "round " << round << ": the loop never came back";
+        // The loop must be reading again.
+        ASSERT_TRUE(resultGetsThrough("back" + std::to_string(round)))
+                << "round " << round << ": the loop never came back";
         client.clear();
     }
-    EXPECT_GT(log.count("SocketClient camera do not exit, wait"), 0u)
-            << "no round reached the wait";
+    const size_t waits = log.count("SocketClient camera do not exit, wait");
+    EXPECT_GT(waits, 0u) << "no round reached the wait";
+
+    link->cameraExit = false;
+    camera->send(resultMessage("x"));  // makes the loop run a pass, unless it is running one
+    ASSERT_TRUE(log.waitFor("SocketClient camera do not exit, wait", 10s, waits + 1));
+    EXPECT_TRUE(finishesWithin(20s, [&] { link.reset(); }));
+    EXPECT_TRUE(log.contains("~PThreadUtil socketRead exitRet:0"));
 }
 
-TEST_F(LinkTest, UninitUnblocksTheReaderWithTheUnblockingCommand) {
-    connect();
-    camera->clearReceived();
-    link->uninit();
-    const std::string unblock = commandFrame("{\"cmd_id\":1,\"param\":0}");
-    ASSERT_TRUE(camera->waitForCommands(1, 10s));
-    EXPECT_EQ(unblock, camera->receivedBytes());
-    EXPECT_TRUE(log.contains("uninit finish"));
-    EXPECT_EQ(DISCONNECT, link->connectState.load());
-    ASSERT_TRUE(camera->waitForDisconnect(10s));
-
-    // A later init starts a new run of the read loop.
-    EXPECT_TRUE(link->init());
-    EXPECT_EQ(2u, log.count("SocketClient::init mThreadRead->process"));
-    ASSERT_TRUE(camera->waitForConnections(2, 10s));
-    ASSERT_TRUE(camera->send(resultMessage("new run")));
-    ASSERT_TRUE(waitUntil([&] {
-        const auto all = client.deliveries();
-        return !all.empty() && all.back().bytes == "new run";
-    }));
-}
-
-// The camera ignores the unblocking command: shutdown still ends the blocked read.
-TEST_F(LinkTest, UninitEndsAReadThatNeverReturnsByItself) {
+// Shutdown sends the unblocking command; a camera that ignores it still cannot keep the
+// read blocked. A later init starts a new run of the read loop.
+TEST_F(LinkTest, UninitEndsTheReadEvenIfTheCameraIgnoresTheUnblockingCommand) {
     ReplyRule silent;
     silent.silent = true;
     camera->setDefaultRule(silent);
@@ -260,20 +231,21 @@ TEST_F(LinkTest, UninitEndsAReadThatNeverReturnsByItself) {
     ASSERT_TRUE(camera->send(resultMessage("x")));
     ASSERT_TRUE(client.waitForCount(1));
     std::this_thread::sleep_for(200ms);
+    camera->clearReceived();
     EXPECT_TRUE(finishesWithin(30s, [&] { link->uninit(); }));
+    ASSERT_TRUE(camera->waitForCommands(1, 10s));
+    EXPECT_EQ(commandFrame("{\"cmd_id\":1,\"param\":0}"), camera->receivedBytes());
     EXPECT_TRUE(
             log.contains("SocketClient::uninit read loop still running, shutting down the socket"));
     EXPECT_TRUE(log.contains("uninit finish"));
-    EXPECT_TRUE(finishesWithin(30s, [&] { link.reset(); }));
-}
+    EXPECT_EQ(DISCONNECT, link->connectState.load());
+    ASSERT_TRUE(camera->waitForDisconnect(10s));
 
-TEST_F(LinkTest, DestructionWhileWaitingForTheCameraEndsTheLoop) {
-    connect();
-    link->cameraExit = false;
-    camera->send(resultMessage("x"));  // makes the loop run a pass, unless it is running one
-    ASSERT_TRUE(log.waitFor("SocketClient camera do not exit, wait", 10s));
-    EXPECT_TRUE(finishesWithin(20s, [&] { link.reset(); }));
-    EXPECT_TRUE(log.contains("~PThreadUtil socketRead exitRet:0"));
+    EXPECT_TRUE(link->init());
+    EXPECT_EQ(2u, log.count("SocketClient::init mThreadRead->process"));
+    ASSERT_TRUE(camera->waitForConnections(2, 10s));
+    ASSERT_TRUE(resultGetsThrough("new run"));
+    EXPECT_TRUE(finishesWithin(30s, [&] { link.reset(); }));
 }
 
 // A reconnect that completes once shutdown has begun is refused, so the loop ends

@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "socket/SocketClient.h"
@@ -145,6 +146,18 @@ class LinkTest : public ::testing::Test {
         link->cameraExit = true;
         ASSERT_TRUE(link->init());
         ASSERT_TRUE(camera->waitForConnections(1, 10s));
+    }
+
+    // Sends a result until the link hands it on: what goes to a connection the link has
+    // given up is lost.
+    bool resultGetsThrough(const std::string& text) {
+        for (int i = 0; i < 1000; ++i) {
+            camera->send(camsim::resultMessage(text));
+            std::this_thread::sleep_for(10ms);
+            const auto all = client.deliveries();
+            if (!all.empty() && all.back().bytes == text) return true;
+        }
+        return false;
     }
 
     host::LogCapture log;
