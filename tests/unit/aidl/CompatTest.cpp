@@ -8,11 +8,7 @@
 #include <kora/lumacast/BnLumacastCallback.h>
 #include <kora/lumacast/IKCameraMotor.h>
 #include <kora/lumacast/ILumacast.h>
-#include <unistd.h>
 
-#include <atomic>
-#include <chrono>
-#include <memory>
 #include <mutex>
 #include <set>
 #include <string>

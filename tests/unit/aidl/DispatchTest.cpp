@@ -4,7 +4,6 @@
 
 #include <functional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "aidl/ILumacastCallback.h"

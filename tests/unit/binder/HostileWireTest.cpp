@@ -14,7 +14,6 @@
 #include <fstream>
 #include <functional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "platform/host/src/binder/FlatObject.h"

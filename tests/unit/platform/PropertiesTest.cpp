@@ -1,12 +1,13 @@
 #include <cutils/properties.h>
-#include <gtest/gtest.h>
+
 #include <string.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <string>
-#include <thread>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 TEST(PropertiesTest, DefaultsAndRoundTrip) {
     char value[PROPERTY_VALUE_MAX];
