@@ -8,11 +8,7 @@
 #include <kora/lumacast/BnLumacastCallback.h>
 #include <kora/lumacast/IKCameraMotor.h>
 #include <kora/lumacast/ILumacast.h>
-#include <unistd.h>
 
-#include <atomic>
-#include <chrono>
-#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
@@ -64,15 +60,6 @@ class Listener : public kora::lumacast::BnLumacastCallback {
     std::mutex mLock;
     std::vector<std::string> mCalls;
     std::set<std::thread::id> mThreads;
-};
-
-// Knows only the first two codes, like an older listener.
-class OldListener : public BBinder {
-  protected:
-    status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) override {
-        if (code == 1 || code == 2) return Status::ok().writeToParcel(reply);
-        return BBinder::onTransact(code, data, reply, flags);
-    }
 };
 
 class AidlCompatTest : public ::testing::Test {
@@ -161,42 +148,6 @@ TEST_F(AidlCompatTest, ListenersAreCalledBackNestedAndFromServiceThreads) {
     EXPECT_FALSE(got(mLumacast->removeCallback(listener, &b), b));
     ASSERT_TRUE(mLumacast->sendDoa("gone", &b).isOk());
     EXPECT_TRUE(listener->take().empty());
-}
-
-TEST_F(AidlCompatTest, RefusalsReachTheGeneratedProxyAsStatuses) {
-    bool b = true;
-    Status s = mLumacast->setCallback(nullptr, &b);
-    EXPECT_EQ(s.exceptionCode(), Status::EX_NULL_POINTER);
-    s = mLumacast->removeCallback(nullptr, &b);
-    EXPECT_EQ(s.exceptionCode(), Status::EX_NULL_POINTER);
-
-    s = mLumacast->setAiSubscribeType(-3, &b);
-    EXPECT_EQ(s.exceptionCode(), Status::EX_SERVICE_SPECIFIC);
-    EXPECT_EQ(s.serviceSpecificErrorCode(), -3);
-    EXPECT_EQ(String8(s.exceptionMessage()), String8("negative type"));
-}
-
-TEST_F(AidlCompatTest, ListenerWithoutFrameCodeAnswersUnknownTransaction) {
-    sp<Listener> good = new Listener();
-    sp<OldListener> old = new OldListener();
-    // The old listener is passed as a plain binder under the listener interface.
-    auto oldListener = [&](uint32_t code) {
-        Parcel data;
-        Parcel reply;
-        data.writeInterfaceToken(ILumacast::descriptor);
-        data.writeStrongBinder(sp<IBinder>(old));
-        return IInterface::asBinder(mLumacast)->transact(code, data, &reply);
-    };
-    bool b = false;
-    ASSERT_TRUE(mLumacast->setCallback(good, &b).isOk());
-    ASSERT_EQ(oldListener(1), OK);
-    EXPECT_FALSE(got(mLumacast->sendDoa("x", &b), b));
-    std::string results;
-    EXPECT_EQ(got(mLumacast->getAiProperty("callbacks", &results), results),
-              "0,0,0,0,0," + std::to_string(UNKNOWN_TRANSACTION));
-    EXPECT_EQ(good->take().size(), 3u);
-    ASSERT_TRUE(mLumacast->removeCallback(good, &b).isOk());
-    ASSERT_EQ(oldListener(2), OK);
 }
 
 TEST_F(AidlCompatTest, EveryMotorCallRoundTrips) {

@@ -4,17 +4,13 @@
 
 #include <functional>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "aidl/BpLumacastCallback.h"
+#include "aidl/ILumacastCallback.h"
 #include "tests/unit/aidl/FakeServices.h"
 
 using namespace android;
 using android::binder::Status;
-using kora::lumacast::BnKCameraMotor;
-using kora::lumacast::BnLumacast;
-using kora::lumacast::BpLumacastCallback;
 using kora::lumacast::IKCameraMotor;
 using kora::lumacast::ILumacast;
 using kora::lumacast::ILumacastCallback;
@@ -236,37 +232,6 @@ TEST(DescriptorTest, ConstantDataBeforeAnyCodeRuns) {
     }
 }
 
-TEST(MotorDispatchTest, EveryCodeReadsItsArgumentsAndWritesItsResult) {
-    sp<FakeKCameraMotor> fake = new FakeKCameraMotor();
-    const Row rows[] = {
-            {10, nullptr, "get_mcu_version", values("")},
-            {7, nullptr, "is_support_motor", values(false)},
-            {1, values("birch"), "set_client_type(birch)", nullptr},
-            {2, nullptr, "motor_down", values(-7)},
-            {3, nullptr, "motor_up", values(256)},
-            {4, nullptr, "get_motor_status", values(4096)},
-            {5, nullptr, "get_rise_time", values(1500)},
-            {6, nullptr, "get_switch_status", values(true)},
-            {7, nullptr, "is_support_motor", values(true)},
-            {8, values(true), "set_status(1)", nullptr},
-            {9, nullptr, "get_status", values(true)},
-            {10, nullptr, "get_mcu_version", values("v1.2-birch")},
-            {11, values("/data/fw.bin"), "mcu_upgrade(/data/fw.bin)", values(12)},
-    };
-    std::vector<std::string> expectedCalls;
-    for (const Row& row : rows) {
-        Parcel reply;
-        EXPECT_EQ(call(fake, row.code, IKCameraMotor::descriptor, row.args, &reply), OK)
-                << row.call;
-        EXPECT_EQ(bytesOf(reply), okReply(row.result)) << row.call;
-        expectedCalls.push_back(row.call);
-    }
-    EXPECT_EQ(fake->calls(), expectedCalls);
-    EXPECT_EQ(fake->queryLocalInterface(String16("kora.lumacast.IKCameraMotor")).get(),
-              static_cast<IInterface*>(fake.get()));
-    EXPECT_EQ(fake->queryLocalInterface(String16("kora.lumacast.ILumacast")), nullptr);
-}
-
 TEST(MotorDispatchTest, RefusedRequestsLeaveTheReplyEmptyAndTheServiceUncalled) {
     sp<FakeKCameraMotor> fake = new FakeKCameraMotor();
     for (uint32_t code = 1; code <= 11; ++code) {
@@ -279,6 +244,9 @@ TEST(MotorDispatchTest, RefusedRequestsLeaveTheReplyEmptyAndTheServiceUncalled) 
     expectRefused(fake, IKCameraMotor::descriptor, 0, nullptr, UNKNOWN_TRANSACTION);
     expectRefused(fake, IKCameraMotor::descriptor, 12, nullptr, UNKNOWN_TRANSACTION);
     EXPECT_TRUE(fake->calls().empty());
+    EXPECT_EQ(fake->queryLocalInterface(String16("kora.lumacast.IKCameraMotor")).get(),
+              static_cast<IInterface*>(fake.get()));
+    EXPECT_EQ(fake->queryLocalInterface(String16("kora.lumacast.ILumacast")), nullptr);
 
     fake->failNext(Status::fromExceptionCode(Status::EX_SECURITY));
     Parcel r;
@@ -288,9 +256,17 @@ TEST(MotorDispatchTest, RefusedRequestsLeaveTheReplyEmptyAndTheServiceUncalled) 
 
 // The request bytes are checked by the callback-reply fuzzer's corpus and by the
 // generated listener stub in CompatTest; here, what comes back.
-TEST(ListenerProxyTest, RefusalsAndAnswersBecomeTheCallsStatus) {
+TEST(ListenerProxyTest, WrapsRemoteListenersAndTurnsTheirAnswersIntoStatuses) {
     sp<RecordingBinder> remote = new RecordingBinder();
-    sp<BpLumacastCallback> proxy = new BpLumacastCallback(remote);
+    sp<ILumacastCallback> proxy = ILumacastCallback::asInterface(remote);
+    ASSERT_NE(proxy, nullptr);
+    EXPECT_EQ(IInterface::asBinder(proxy).get(), static_cast<IBinder*>(remote.get()));
+    EXPECT_EQ(proxy->getInterfaceDescriptor(), ILumacastCallback::descriptor);
+    // Listeners of this process are called directly; no listener is no proxy.
+    sp<LocalListener> local = new LocalListener();
+    EXPECT_EQ(ILumacastCallback::asInterface(IInterface::asBinder(local)).get(),
+              static_cast<ILumacastCallback*>(local.get()));
+    EXPECT_EQ(ILumacastCallback::asInterface(nullptr), nullptr);
 
     // Text that is no UTF-8 never leaves.
     EXPECT_EQ(proxy->onAiData("\xff").transactionError(), BAD_VALUE);
@@ -312,18 +288,6 @@ TEST(ListenerProxyTest, RefusalsAndAnswersBecomeTheCallsStatus) {
     // An ok transaction without a status in its reply.
     remote->writeStatus = false;
     EXPECT_EQ(proxy->onProtoBuf({9}).transactionError(), NOT_ENOUGH_DATA);
-}
-
-TEST(ListenerProxyTest, AsInterfaceFindsLocalListenersAndWrapsOthers) {
-    EXPECT_EQ(ILumacastCallback::asInterface(nullptr), nullptr);
-    sp<LocalListener> local = new LocalListener();
-    EXPECT_EQ(ILumacastCallback::asInterface(IInterface::asBinder(local)).get(),
-              static_cast<ILumacastCallback*>(local.get()));
-    sp<RecordingBinder> plain = new RecordingBinder();
-    sp<ILumacastCallback> wrapped = ILumacastCallback::asInterface(plain);
-    ASSERT_NE(wrapped, nullptr);
-    EXPECT_EQ(IInterface::asBinder(wrapped).get(), static_cast<IBinder*>(plain.get()));
-    EXPECT_EQ(wrapped->getInterfaceDescriptor(), ILumacastCallback::descriptor);
 }
 
 }  // namespace

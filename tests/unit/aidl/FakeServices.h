@@ -91,8 +91,7 @@ class FakeLumacast : public kora::lumacast::BnLumacast, public Recorder {
                   [&] { *r = p == "\xc3\xbc\xe2\x82\xac\xf0\x9d\x84\x9e"; });
     }
     Status getAiProperty(const std::string& p, std::string* v) override {
-        return op("getAiProperty(" + p + ")",
-                  [&] { *v = p == "callbacks" ? mCallbackResults : "value of " + p; });
+        return op("getAiProperty(" + p + ")", [&] { *v = "value of " + p; });
     }
     Status setAiSubscribe(int32_t p, const std::string& o, bool* r) override {
         return op("setAiSubscribe(" + str(p) + "," + o + ")", [&] {
@@ -142,23 +141,18 @@ class FakeLumacast : public kora::lumacast::BnLumacast, public Recorder {
         op(call, [&] { copy = mListeners; });
         return copy;
     }
-    // onAiData(text), onProtoBuf(bytes 0..n-1), onFrame(n, 7, text bytes) on each listener;
-    // remembers each call's transport result.
+    // onAiData(text), onProtoBuf(bytes 0..n-1), onFrame(n, 7, text bytes) on each listener.
     bool fire(const std::vector<sp<ILumacastCallback>>& listeners, int32_t n,
               const std::string& text) {
         std::vector<uint8_t> bytes;
         for (int32_t i = 0; i < n; ++i) bytes.push_back(static_cast<uint8_t>(i));
-        std::string results;
         bool ok = true;
         for (const sp<ILumacastCallback>& l : listeners) {
             for (const Status& s : {l->onAiData(text), l->onProtoBuf(bytes),
                                     l->onFrame(n, 7, {text.begin(), text.end()})}) {
-                results += (results.empty() ? "" : ",") + str(s.transactionError());
                 ok &= s.isOk();
             }
         }
-        std::lock_guard<std::mutex> lock(mLock);
-        mCallbackResults = results;
         return ok;
     }
 
@@ -168,7 +162,6 @@ class FakeLumacast : public kora::lumacast::BnLumacast, public Recorder {
     int32_t mAuto = 0;
     std::string mSubscribe;
     std::string mZoomMode;
-    std::string mCallbackResults;
 };
 
 class FakeKCameraMotor : public kora::lumacast::BnKCameraMotor, public Recorder {

@@ -156,7 +156,7 @@ class RemoteBinderTest : public ::testing::Test {
     sp<IBinder> mService;
 };
 
-TEST_F(RemoteBinderTest, PlainCallsReachThePeer) {
+TEST_F(RemoteBinderTest, CallsObjectsAndLargeParcelsReachThePeer) {
     ASSERT_NE(mService->remoteBinder(), nullptr);
     EXPECT_EQ(mService->pingBinder(), OK);
     EXPECT_TRUE(mService->isBinderAlive());
@@ -178,11 +178,9 @@ TEST_F(RemoteBinderTest, PlainCallsReachThePeer) {
     ASSERT_EQ(call(mService, IBinder::DEBUG_PID_TRANSACTION, &reply), OK);
     EXPECT_EQ(reply.readInt32(), mPeer->pid());
     EXPECT_EQ(addOne(mService, 1), 2);
-}
 
-TEST_F(RemoteBinderTest, ObjectsTravelBothWaysAndComeHomeAsThemselves) {
+    // Objects travel both ways and come home as themselves.
     sp<TestCallback> mine = new TestCallback();
-    Parcel reply;
     ASSERT_EQ(call(mService, lt::kReturnBinders, &reply, mine), OK);
     sp<IBinder> back;
     sp<IBinder> theirs;
@@ -199,6 +197,21 @@ TEST_F(RemoteBinderTest, ObjectsTravelBothWaysAndComeHomeAsThemselves) {
     sp<IBinder> theirsAgain;
     ASSERT_EQ(reply2.readStrongBinder(&theirsAgain), OK);
     EXPECT_EQ(theirsAgain.get(), theirs.get());
+
+    // Parcels up to the binder limit pass.
+    ASSERT_EQ(call(mService, lt::kBytes, &reply, 200000), OK);
+    std::vector<uint8_t> bytes;
+    ASSERT_EQ(reply.readByteVector(&bytes), OK);
+    ASSERT_EQ(bytes.size(), 200000u);
+    bool intact = true;
+    for (size_t i = 0; i < bytes.size(); ++i) intact &= bytes[i] == static_cast<uint8_t>(i);
+    EXPECT_TRUE(intact);
+
+    const std::vector<uint8_t> huge(1024 * 1024, 7);
+    EXPECT_EQ(call(mService, lt::kAddOne, &reply, huge), FAILED_TRANSACTION);
+    // A reply too large for the transport fails the call, not the session.
+    EXPECT_EQ(call(mService, lt::kBytes, &reply, 1024 * 1024), FAILED_TRANSACTION);
+    EXPECT_EQ(addOne(mService, 9), 10);
 }
 
 // libbinder IPCThreadState.cpp executeCommand, BR_TRANSACTION: the call starts with the
@@ -308,23 +321,6 @@ TEST_F(RemoteBinderTest, DumpHandsTheDescriptorToThePeer) {
     // Every copy made on the way was closed, here and in the peer (or read would block).
     EXPECT_EQ(text, "peer dump -a x y\n");
     EXPECT_EQ(openFdCount(), before - 2);
-}
-
-TEST_F(RemoteBinderTest, ParcelsUpToTheBinderLimitPassLargerOnesFail) {
-    Parcel reply;
-    ASSERT_EQ(call(mService, lt::kBytes, &reply, 200000), OK);
-    std::vector<uint8_t> bytes;
-    ASSERT_EQ(reply.readByteVector(&bytes), OK);
-    ASSERT_EQ(bytes.size(), 200000u);
-    bool intact = true;
-    for (size_t i = 0; i < bytes.size(); ++i) intact &= bytes[i] == static_cast<uint8_t>(i);
-    EXPECT_TRUE(intact);
-
-    const std::vector<uint8_t> huge(1024 * 1024, 7);
-    EXPECT_EQ(call(mService, lt::kAddOne, &reply, huge), FAILED_TRANSACTION);
-    // A reply too large for the transport fails the call, not the session.
-    EXPECT_EQ(call(mService, lt::kBytes, &reply, 1024 * 1024), FAILED_TRANSACTION);
-    EXPECT_EQ(addOne(mService, 9), 10);
 }
 
 TEST_F(RemoteBinderTest, PeerDeathFailsCallsTellsRecipientsAndUnlistsItsServices) {
