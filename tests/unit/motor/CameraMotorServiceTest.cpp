@@ -1,6 +1,5 @@
 // CameraMotorService against devsim and fake GPIO files; the stub's parcels are pinned by the
 // dispatch tests with a fake service.
-#include <cutils/properties.h>
 #include <gtest/gtest.h>
 #include <lumacast/host/LogCapture.h>
 
@@ -25,7 +24,6 @@ namespace {
 
 using S = CameraMotorService;
 using Bytes = std::vector<uint8_t>;
-const char* const kStatusProperty = "persist.sys.kora.camera.status";
 
 class CameraMotorServiceTest : public MotorTest {
   protected:
@@ -57,11 +55,6 @@ class CameraMotorServiceTest : public MotorTest {
         text.resize(fread(&text[0], 1, text.size(), f));
         fclose(f);
         return text;
-    }
-    std::string property() {
-        char value[PROPERTY_VALUE_MAX] = {};
-        property_get(kStatusProperty, value, "<unset>");
-        return value;
     }
 
     sp<CameraMotorService> mService;
@@ -203,20 +196,6 @@ TEST_F(CameraMotorServiceTest, OneDriverPerService) {
     EXPECT_EQ(1u, log.count("func = _open_GPIO_Device, gpio fd open fail!! errno = 2, No such file "
                             "or directory\n",
                             ANDROID_LOG_ERROR));
-}
-
-TEST_F(CameraMotorServiceTest, StatusFlagIsPersisted) {
-    EXPECT_FALSE(get<bool>(&S::get_status));
-    EXPECT_TRUE(mService->set_status(true).isOk());
-    EXPECT_EQ("1", property());
-    EXPECT_TRUE(get<bool>(&S::get_status));
-    EXPECT_TRUE(mService->set_status(false).isOk());
-    EXPECT_EQ("0", property());
-    EXPECT_FALSE(get<bool>(&S::get_status));
-    property_set(kStatusProperty, "1-and-more");
-    EXPECT_TRUE(get<bool>(&S::get_status));
-    property_set(kStatusProperty, "true");
-    EXPECT_FALSE(get<bool>(&S::get_status));
 }
 
 // Binder threads that race the first set_client_type see either the defaults or the one
