@@ -114,7 +114,9 @@ TEST(MotorTest, CedarBoardOverBinder) {
         ASSERT_EQ(tv.devsim("time real"), "ok");
         EXPECT_EQ(call(tv, {"get_mcu_version"}), "V-7");
 
-        // The persisted flag lives in the property store that every process shares.
+        // The persisted flag lives in the property store that every process shares; only a
+        // leading '1' reads as set.
+        EXPECT_EQ(call(tv, {"get_status"}), "false");
         EXPECT_EQ(call(tv, {"set_status", "true"}), "");
         EXPECT_EQ(tv.property("persist.sys.kora.camera.status"), "1");
         EXPECT_EQ(tv.ctl({"setprop", "persist.sys.kora.camera.status", "1abc"}).exitCode, 0);
@@ -123,6 +125,9 @@ TEST(MotorTest, CedarBoardOverBinder) {
                   std::string::npos);
         EXPECT_EQ(call(tv, {"set_status", "0"}), "");
         EXPECT_EQ(tv.ctl({"getprop", "persist.sys.kora.camera.status"}).out, "0\n");
+        EXPECT_EQ(call(tv, {"get_status"}), "false");
+        EXPECT_EQ(tv.ctl({"setprop", "persist.sys.kora.camera.status", "true"}).exitCode, 0);
+        EXPECT_EQ(call(tv, {"get_status"}), "false");
     });
 }
 

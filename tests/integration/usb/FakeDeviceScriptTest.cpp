@@ -45,7 +45,6 @@ watcher=$!
 waitfor ready
 "$FAKEDEVICE" plug accepted
 waitfor processCameraAdd
-ip -4 -o addr show dev usb0; ip rule show; ip route show table 100
 "$FAKEDEVICE" camera ip -4 -o addr show
 "$FAKEDEVICE" unplug
 waitfor processCameraRemove
@@ -53,10 +52,6 @@ kill $watcher; wait $watcher || true
 cat "$OUT"
 )");
     EXPECT_NE(std::string::npos, out.find("exit=0")) << out;
-    EXPECT_NE(std::string::npos, out.find("inet 192.168.111.3/24")) << out;
-    EXPECT_NE(std::string::npos, out.find("to 192.168.111.0/24 lookup 100")) << out;
-    EXPECT_NE(std::string::npos, out.find("192.168.111.0/24 dev usb0 proto static scope link"))
-            << out;
     EXPECT_NE(std::string::npos, out.find("cam0    inet 192.168.111.10/24")) << out;
     EXPECT_EQ(1u, occurrences(out, "processCameraAdd keepAlive=1\n")) << out;
     EXPECT_EQ(1u, occurrences(out, "processCameraRemove\n")) << out;

@@ -1,6 +1,5 @@
 // CameraMotorService against devsim and fake GPIO files; the stub's parcels are pinned by the
 // dispatch tests with a fake service.
-#include <cutils/properties.h>
 #include <gtest/gtest.h>
 #include <lumacast/host/LogCapture.h>
 
@@ -25,7 +24,6 @@ namespace {
 
 using S = CameraMotorService;
 using Bytes = std::vector<uint8_t>;
-const char* const kStatusProperty = "persist.sys.kora.camera.status";
 
 class CameraMotorServiceTest : public MotorTest {
   protected:
@@ -58,24 +56,16 @@ class CameraMotorServiceTest : public MotorTest {
         fclose(f);
         return text;
     }
-    std::string property() {
-        char value[PROPERTY_VALUE_MAX] = {};
-        property_get(kStatusProperty, value, "<unset>");
-        return value;
-    }
 
     sp<CameraMotorService> mService;
 };
 
+// The other defaults before any string are the daemon test's.
 TEST_F(CameraMotorServiceTest, DefaultsUntilABoardStringNamesAModel) {
     LogCapture log;
     for (const char* type : {"", "UNKNOWN-BOARD", "mt9652-cedar"}) {
         setClientType(type);
-        EXPECT_EQ(0, get<int32_t>(&S::motor_up));
         EXPECT_EQ(0, get<int32_t>(&S::motor_down));
-        EXPECT_EQ(4, get<int32_t>(&S::get_motor_status));
-        EXPECT_EQ(4, get<int32_t>(&S::get_rise_time));
-        EXPECT_TRUE(get<bool>(&S::get_switch_status));
         EXPECT_FALSE(get<bool>(&S::is_support_motor));
         EXPECT_EQ("", get<std::string>(&S::get_mcu_version));
         EXPECT_EQ(0, get<int32_t>(&S::mcu_upgrade, std::string("/no/such/image")));
@@ -86,14 +76,8 @@ TEST_F(CameraMotorServiceTest, DefaultsUntilABoardStringNamesAModel) {
 }
 
 TEST_F(CameraMotorServiceTest, CedarBoard) {
+    // Raising and lowering are the daemon test's.
     setClientType("TV-MT9652-CEDAR-55");
-    EXPECT_TRUE(get<bool>(&S::is_support_motor));
-    EXPECT_EQ(0, get<int32_t>(&S::motor_up));
-    EXPECT_EQ(0, get<int32_t>(&S::motor_down));
-    devsim::withCedar(2, [](devsim::CedarMcu& m) { EXPECT_EQ((Bytes{2, 1}), m.commands); });
-    EXPECT_EQ((std::vector<Bytes>{{2}, {1}}), devsim::writesTo(2, 0x28, 0x23));
-
-    devsim::clearTransfers();
     const int expected[] = {0, 1, 0, 2, 3};
     for (int byte = 0; byte < 256; ++byte) {
         devsim::withCedar(2, [&](devsim::CedarMcu& m) { m.state = static_cast<uint8_t>(byte); });
@@ -142,12 +126,11 @@ TEST_F(CameraMotorServiceTest, CedarBoard) {
             << dump();
     EXPECT_EQ(0u, dump("--help").find("cameramotorservice dump shows:\n  driver: "));
 
-    // Failures come back as the access layer's codes.
+    // Failures come back as the access layer's codes (a refused rise time and version are
+    // the daemon test's).
     devsim::addFault({});
     EXPECT_EQ(-1, get<int32_t>(&S::motor_up));
     EXPECT_EQ(-1, get<int32_t>(&S::get_motor_status));
-    EXPECT_EQ(10000, get<int32_t>(&S::get_rise_time));
-    EXPECT_EQ("", get<std::string>(&S::get_mcu_version));
     devsim::setBusPresent(2, false);
     EXPECT_EQ(4096, get<int32_t>(&S::motor_down));
     EXPECT_EQ(4096, get<int32_t>(&S::get_motor_status));
@@ -203,20 +186,6 @@ TEST_F(CameraMotorServiceTest, OneDriverPerService) {
     EXPECT_EQ(1u, log.count("func = _open_GPIO_Device, gpio fd open fail!! errno = 2, No such file "
                             "or directory\n",
                             ANDROID_LOG_ERROR));
-}
-
-TEST_F(CameraMotorServiceTest, StatusFlagIsPersisted) {
-    EXPECT_FALSE(get<bool>(&S::get_status));
-    EXPECT_TRUE(mService->set_status(true).isOk());
-    EXPECT_EQ("1", property());
-    EXPECT_TRUE(get<bool>(&S::get_status));
-    EXPECT_TRUE(mService->set_status(false).isOk());
-    EXPECT_EQ("0", property());
-    EXPECT_FALSE(get<bool>(&S::get_status));
-    property_set(kStatusProperty, "1-and-more");
-    EXPECT_TRUE(get<bool>(&S::get_status));
-    property_set(kStatusProperty, "true");
-    EXPECT_FALSE(get<bool>(&S::get_status));
 }
 
 // Binder threads that race the first set_client_type see either the defaults or the one
